@@ -1,0 +1,43 @@
+// Reading and writing PCM audio files (WAV) through the system's own file
+// library: libsndfile natively, the multimedia RIFF (mmio) functions on Windows.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace Quorvel::Platform {
+
+struct TAudioFileInfo {
+  uint32_t SampleRate = 0;
+  uint16_t Channels = 0;
+  uint16_t Bits = 0;        // 8, 16, 24 or 32 (integer PCM)
+  uint64_t Frames = 0;      // frames in the file (reader only)
+};
+
+class TAudioFileReader {
+ public:
+  virtual ~TAudioFileReader() = default;
+  virtual const TAudioFileInfo& Info() const = 0;
+  // Reads up to Frames frames of interleaved little-endian integer PCM in the
+  // file's own bit depth (24-bit packed in 3 bytes) into Data; answers the
+  // number of frames read, 0 at the end, -1 on a read error.
+  virtual int64_t Read(void* Data, uint64_t Frames) = 0;
+};
+
+class TAudioFileWriter {
+ public:
+  virtual ~TAudioFileWriter() = default;
+  virtual const TAudioFileInfo& Info() const = 0;
+  // Writes Frames frames laid out as the reader delivers them; false on error.
+  virtual bool Write(const void* Data, uint64_t Frames) = 0;
+  // Finishes the file (header sizes); also done by the destructor.
+  virtual bool Close() = 0;
+};
+
+// Answer nullptr on failure with the reason in ErrorText.
+std::unique_ptr<TAudioFileReader> OpenAudioFileForReading(const std::string& FileName, std::string& ErrorText);
+std::unique_ptr<TAudioFileWriter> CreateAudioFile(const std::string& FileName, const TAudioFileInfo& Info,
+                                                  std::string& ErrorText);
+
+}  // namespace Quorvel::Platform

@@ -1,0 +1,49 @@
+// Code libraries through the dynamic linker (dlopen and friends).
+#include "platform/Library.h"
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+namespace Quorvel::Platform {
+
+TModuleHandle LoadCodeLibrary(const std::string& FileName, std::string& ErrorText, unsigned& ErrorCode) {
+  // dlopen("") answers the main program, which no caller asking for a library file means.
+  if (FileName.empty()) {
+    ErrorText = "empty library file name";
+    ErrorCode = ENOENT;
+    return nullptr;
+  }
+  dlerror();  // forget a message left over from an earlier call on this thread
+  errno = 0;
+  // RTLD_NOW: unresolved symbols fail here rather than crash later inside the library.
+  // RTLD_LOCAL: plug-ins export the same entry point names and must not see each other's.
+  void* Module = dlopen(FileName.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (Module) {
+    ErrorText.clear();
+    ErrorCode = 0;
+    return Module;
+  }
+  const int Errno = errno;
+  const char* Message = dlerror();
+  ErrorText = Message ? Message : FileName + ": cannot load library";
+  ErrorCode = Errno > 0 ? static_cast<unsigned>(Errno) : 1;
+  return nullptr;
+}
+
+void* GetLibrarySymbol(TModuleHandle Module, const char* Name) {
+  if (!Module || !Name) return nullptr;
+  return dlsym(Module, Name);
+}
+
+void FreeCodeLibrary(TModuleHandle Module) {
+  if (Module) dlclose(Module);
+}
+
+bool FileExists(const std::string& FileName) {
+  struct stat Status;
+  return !FileName.empty() && stat(FileName.c_str(), &Status) == 0 && S_ISREG(Status.st_mode);
+}
+
+}  // namespace Quorvel::Platform
