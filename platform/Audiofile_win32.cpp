@@ -54,7 +54,8 @@ bool ToUtf16(const std::string& Text, std::wstring& Wide) {
          Length;
 }
 
-std::string SystemMessage(DWORD Code) {
+// The system's text for an error code, with the file name put where the text wants it.
+std::string SystemMessage(DWORD Code, const std::string& FileName) {
   wchar_t* Buffer = nullptr;
   const DWORD Length =
       FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
@@ -69,6 +70,8 @@ std::string SystemMessage(DWORD Code) {
   }
   if (Buffer) LocalFree(Buffer);
   while (!Text.empty() && (Text.back() == '\n' || Text.back() == '\r' || Text.back() == ' ')) Text.pop_back();
+  for (size_t At = 0; (At = Text.find("%1", At)) != std::string::npos; At += FileName.size())
+    Text.replace(At, 2, FileName);
   return Text.empty() ? "Windows error " + std::to_string(Code) : Text;
 }
 
@@ -84,7 +87,7 @@ HMMIO OpenMmio(const std::string& FileName, bool Create, std::string& ErrorText)
                          : CreateFileW(Path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                        FILE_ATTRIBUTE_NORMAL, nullptr);
   if (Handle == INVALID_HANDLE_VALUE) {
-    ErrorText = SystemMessage(GetLastError());
+    ErrorText = SystemMessage(GetLastError(), FileName);
     return nullptr;
   }
   if (!Create) {

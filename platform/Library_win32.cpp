@@ -17,7 +17,8 @@ bool ToUtf16(const std::string& Text, std::wstring& Wide) {
          Length;
 }
 
-std::string SystemMessage(DWORD Code) {
+// The system's text for an error code, with the file name put where the text wants it.
+std::string SystemMessage(DWORD Code, const std::string& FileName) {
   wchar_t* Buffer = nullptr;
   const DWORD Length =
       FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
@@ -32,6 +33,8 @@ std::string SystemMessage(DWORD Code) {
   }
   if (Buffer) LocalFree(Buffer);
   while (!Text.empty() && (Text.back() == '\n' || Text.back() == '\r' || Text.back() == ' ')) Text.pop_back();
+  for (size_t At = 0; (At = Text.find("%1", At)) != std::string::npos; At += FileName.size())
+    Text.replace(At, 2, FileName);
   return Text.empty() ? "Windows error " + std::to_string(Code) : Text;
 }
 
@@ -66,7 +69,7 @@ TModuleHandle LoadCodeLibrary(const std::string& FileName, std::string& ErrorTex
     return Module;
   }
   ErrorCode = Error ? Error : ERROR_MOD_NOT_FOUND;
-  ErrorText = SystemMessage(ErrorCode);
+  ErrorText = SystemMessage(ErrorCode, FileName);
   return nullptr;
 }
 

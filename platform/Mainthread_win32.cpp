@@ -65,7 +65,7 @@ void MainThreadWakeInit(TDrainProc Drain) {
 }
 
 void MainThreadWake() {
-  if (GPending.exchange(true)) return;
+  GPending.exchange(true);
   if (HWND Window = GWindow.load()) PostWake(Window);
 }
 

@@ -1,0 +1,12 @@
+// Counts heap allocations made through operator new in this program, so
+// tests and benchmarks can prove that a steady-state stream allocates nothing.
+#pragma once
+
+#include <cstdint>
+
+namespace Quorvel::Testing {
+
+// Allocations made so far by every thread of the program.
+uint64_t HeapAllocationCount();
+
+}  // namespace Quorvel::Testing
