@@ -1,6 +1,7 @@
 #include "frame/Pwpins.h"
 
 #include <algorithm>
+#include <thread>
 
 namespace Quorvel {
 
@@ -25,7 +26,12 @@ TPWBasicPin::TPWBasicPin(IPWPinOwner& Owner, std::string Name, TPWPinCategory Ca
 
 TPWBasicPin::~TPWBasicPin() {
   DisconnectAll();
+  WaitIdle();
   FOwner.PinRemoved(*this);
+}
+
+void TPWBasicPin::WaitIdle() const {
+  while (FInFlight.load(std::memory_order_acquire) > 0) std::this_thread::yield();
 }
 
 bool TPWBasicPin::Accepts(const TPWBasicPin& Source) const { return Source.FCategory == FCategory; }
@@ -57,7 +63,15 @@ bool TPWBasicPin::Disconnect(TPWBasicPin& Other) {
     return true;
   };
   if (&Other == this) return false;
-  return Try(*this, Other) || Try(Other, *this);
+  // Find the direction under this pin's lock alone (either lock guards the
+  // lists), then take both locks in the order of that direction.
+  bool Downstream, Upstream;
+  {
+    TLockGuard G(FOwner.GetPinLock());
+    Downstream = std::find(FSinks.begin(), FSinks.end(), &Other) != FSinks.end();
+    Upstream = std::find(FSources.begin(), FSources.end(), &Other) != FSources.end();
+  }
+  return (Downstream && Try(*this, Other)) | (Upstream && Try(Other, *this));
 }
 
 void TPWBasicPin::DisconnectAll() {
@@ -102,8 +116,34 @@ void TPWBasicPin::Notify(TPWOperation& Operation) {
 }
 
 void TPWBasicPin::NotifyUpstream(TPWOperation& Operation, TPWNotifyStates& States) {
-  TLockGuard G(FOwner.GetPinLock());
-  for (size_t I = 0; I < FSources.size(); ++I) FSources[I]->ReceiveUpstream(*this, Operation, States);
+  // Sources are taken a few at a time under this owner's lock and marked in
+  // flight, then called with no lock held.
+  constexpr size_t BatchSize = 8;
+  struct TRelease {
+    TPWBasicPin** Pins;
+    size_t From = 0, To = 0;
+    ~TRelease() {
+      for (size_t K = From; K < To; ++K) Pins[K]->FInFlight.fetch_sub(1, std::memory_order_release);
+    }
+  };
+  size_t Next = 0;
+  for (;;) {
+    TPWBasicPin* Batch[BatchSize];
+    TRelease Release{Batch};
+    {
+      TLockGuard G(FOwner.GetPinLock());
+      while (Next < FSources.size() && Release.To < BatchSize) {
+        Batch[Release.To] = FSources[Next++];
+        Batch[Release.To++]->FInFlight.fetch_add(1, std::memory_order_acquire);
+      }
+    }
+    if (Release.To == 0) return;
+    for (; Release.From < Release.To; ++Release.From) {
+      TPWBasicPin* Source = Batch[Release.From];
+      Source->ReceiveUpstream(*this, Operation, States);
+      Source->FInFlight.fetch_sub(1, std::memory_order_release);
+    }
+  }
 }
 
 void TPWBasicPin::NotifyUpstream(TPWOperation& Operation) {
@@ -118,7 +158,6 @@ void TPWBasicPin::Receive(TPWBasicPin& Source, TPWOperation& Operation, TPWNotif
 }
 
 void TPWBasicPin::ReceiveUpstream(TPWBasicPin& Sink, TPWOperation& Operation, TPWNotifyStates& States) {
-  TLockGuard G(FOwner.GetPinLock());
   if (FOwner.IsPinOwnerDestroying()) return;
   FOwner.SourceDispatch(this, &Sink, Operation.GetID(), Operation, States);
 }

@@ -9,8 +9,15 @@
 // while an operation is being sent to it. Lock order therefore runs
 // downstream: do not change the connections of a pin while holding the lock
 // of a component downstream of it.
+//
+// Pull requests travel upstream holding no lock at all (taking the upstream
+// lock while holding a downstream one would invert the order); a pin counts
+// the pull requests running through it and its destruction waits for them.
+// SourceDispatch is therefore called without the owner's lock, and a
+// component must not hold its own lock when it pumps.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -40,7 +47,9 @@ class IPWPinOwner {
   // An operation arrived at one of the owner's receiving pins. Called holding the owner's lock.
   virtual void SinkDispatch(TPWBasicPin* SourcePin, TPWBasicPin* SinkPin, TPWOperationID ID, TPWOperation& Operation,
                             TPWNotifyStates& States) {}
-  // A pull request arrived at one of the owner's sending pins. Called holding the owner's lock.
+  // A pull request arrived at one of the owner's sending pins. Called
+  // WITHOUT the owner's lock: take it where needed, and release it before
+  // pumping further upstream.
   virtual void SourceDispatch(TPWBasicPin* SourcePin, TPWBasicPin* SinkPin, TPWOperationID ID,
                               TPWOperation& Operation, TPWNotifyStates& States) {}
   virtual void PinAdded(TPWBasicPin& Pin) {}
@@ -94,8 +103,8 @@ class TPWBasicPin {
   // An operation from a connected source. The default takes the owner's lock
   // and calls its SinkDispatch.
   virtual void Receive(TPWBasicPin& Source, TPWOperation& Operation, TPWNotifyStates& States);
-  // A pull request from a connected sink. The default takes the owner's lock
-  // and calls its SourceDispatch.
+  // A pull request from a connected sink. The default calls the owner's
+  // SourceDispatch (without its lock).
   virtual void ReceiveUpstream(TPWBasicPin& Sink, TPWOperation& Operation, TPWNotifyStates& States);
   virtual bool Accepts(const TPWBasicPin& Source) const;
   // [holding both owners' locks] The set of connections changed.
@@ -108,6 +117,11 @@ class TPWBasicPin {
   TDirection FDirection;
   std::vector<TPWBasicPin*> FSinks;    // guarded by this owner's lock and each sink owner's lock
   std::vector<TPWBasicPin*> FSources;  // guarded by this owner's lock and each source owner's lock
+  std::atomic<int> FInFlight{0};       // pull requests running through this pin
+
+ public:
+  // [not a thread inside this pin] Waits until no pull request runs through this pin.
+  void WaitIdle() const;
 };
 
 // A pin that sends buffers (the generic data kind).

@@ -299,11 +299,18 @@ void TSRBasicMultiInput::SourceDispatch(TPWBasicPin* SourcePin, TPWBasicPin* Sin
 }
 
 void TSRBasicMultiInput::MasterPumpRequest() {
-  const size_t B = std::max<size_t>(GetOutputBufferSize(), 1);
-  for (size_t I = 0, N = FInputPins.Count(); I < N; ++I) {
-    auto* Pin = GetInputPin(I);
-    if (Pin->IsConnected() && Pin->GetQueuedSamples() < B) Pin->PumpRequest();
+  // Decide under the lock which inputs lack a block, then pump them without it.
+  size_t Count = 0;
+  {
+    TLockGuard G(GetLock());
+    const size_t B = std::max<size_t>(GetOutputBufferSize(), 1);
+    FPumpPins.resize(std::max(FPumpPins.size(), FInputPins.Count()));
+    for (size_t I = 0, N = FInputPins.Count(); I < N; ++I) {
+      auto* Pin = GetInputPin(I);
+      if (Pin->GetSourceCount() > 0 && Pin->GetQueuedSamples() < B) FPumpPins[Count++] = Pin;
+    }
   }
+  for (size_t I = 0; I < Count; ++I) FPumpPins[I]->PumpRequest();
 }
 
 void TSRBasicMultiInput::PassTroughMasterPump(TPWOperation& Operation) {

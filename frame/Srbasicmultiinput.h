@@ -113,6 +113,7 @@ class TSRBasicMultiInput : public TWBComponent {
   std::atomic<bool> FStreaming{false};
   bool FSending = false;
   std::vector<size_t> FQueuedBefore;
+  std::vector<TSRPWQueuedAudioSinkPin*> FPumpPins;
 };
 
 }  // namespace Quorvel

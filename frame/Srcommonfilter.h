@@ -60,7 +60,7 @@ class TSRCommonFilter : public TWBComponent {
   TSRPWAudioSinkPin FInputPin;
   TSRPWAudioSourcePin FOutputPin;
   std::atomic<bool> FStreaming{false};
-  bool FPumped = false;
+  std::atomic<bool> FPumped{false};
 };
 
 }  // namespace Quorvel

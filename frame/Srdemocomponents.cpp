@@ -86,7 +86,9 @@ void TSRToneGenerator::Stop() {
 
 void TSRToneGenerator::SourceDispatch(TPWBasicPin* SourcePin, TPWBasicPin* SinkPin, TPWOperationID ID,
                                       TPWOperation& Operation, TPWNotifyStates& States) {
-  if ((ID == poidPumpRequest || ID == poidMasterPump) && FRunning) {
+  if (ID != poidPumpRequest && ID != poidMasterPump) return;
+  TLockGuard G(GetLock());
+  if (FRunning) {
     SendBlock();
     States.Include(TPWNotifyState::pnsHandled);
   }

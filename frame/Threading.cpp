@@ -26,10 +26,16 @@ void TEvent::ResetEvent() {
   FSignaled = false;
 }
 
+namespace {
+// Timeouts beyond this (about 29 years) wait forever: larger values would
+// overflow the clock's nanosecond arithmetic.
+constexpr int64_t MaxTimeoutMs = INT64_C(1) << 50;
+}  // namespace
+
 TWaitResult TEvent::WaitFor(int64_t TimeoutMs) {
   std::unique_lock<std::mutex> L(FMutex);
   auto Ready = [this] { return FSignaled; };
-  if (TimeoutMs < 0)
+  if (TimeoutMs < 0 || TimeoutMs > MaxTimeoutMs)
     FCond.wait(L, Ready);
   else if (!FCond.wait_for(L, std::chrono::milliseconds(TimeoutMs), Ready))
     return TWaitResult::wrTimeout;
@@ -163,9 +169,15 @@ void MainThreadExecute(const void* Sender, bool Wait, std::function<void()> Proc
   Q.Cond.notify_all();
   Platform::MainThreadWake();
   if (!W) return;
-  std::unique_lock<std::mutex> L(W->Mutex);
-  W->Cond.wait(L, [&] { return W->Done; });
-  if (W->Failure) std::rethrow_exception(W->Failure);
+  std::exception_ptr Failure;
+  {
+    std::unique_lock<std::mutex> L(W->Mutex);
+    W->Cond.wait(L, [&] { return W->Done; });
+    // Take the exception out, so that this thread alone owns it from here on.
+    Failure = std::move(W->Failure);
+    W->Failure = nullptr;
+  }
+  if (Failure) std::rethrow_exception(Failure);
 }
 
 int ProcessMainThreadQueue() {
@@ -185,7 +197,7 @@ int ProcessMainThreadQueue() {
     } catch (...) {
       Failure = std::current_exception();
     }
-    Finish(Item.Waiter, Failure);
+    Finish(Item.Waiter, std::move(Failure));
     ++Count;
   }
   return Count;
@@ -195,8 +207,8 @@ int WaitAndProcessMainThreadQueue(int64_t TimeoutMs) {
   auto& Q = Queue();
   {
     std::unique_lock<std::mutex> L(Q.Mutex);
-    Q.Cond.wait_for(L, std::chrono::milliseconds(TimeoutMs < 0 ? 0 : TimeoutMs),
-                    [&] { return !Q.Items.empty(); });
+    const int64_t Ms = TimeoutMs < 0 ? 0 : (TimeoutMs > MaxTimeoutMs ? MaxTimeoutMs : TimeoutMs);
+    Q.Cond.wait_for(L, std::chrono::milliseconds(Ms), [&] { return !Q.Items.empty(); });
   }
   return ProcessMainThreadQueue();
 }

@@ -44,12 +44,12 @@ TWBComponent* TWBComponent::GetComponent(size_t Index) const {
 }
 
 std::string TWBComponent::GetName() const {
-  TLockGuard G(FLock);
+  std::lock_guard<std::mutex> G(FNameLock);
   return FName;
 }
 
 void TWBComponent::SetName(const std::string& Name) {
-  TLockGuard G(FLock);
+  std::lock_guard<std::mutex> G(FNameLock);
   FName = Name;
 }
 
@@ -114,9 +114,12 @@ void TWBComponent::BeginDestroy() {
     TLockGuard G(FLock);
     Pins = FPins;
   }
-  // Disconnecting takes each upstream owner's lock: once it returns no
-  // sender is inside one of our pins any more.
-  for (TPWBasicPin* P : Pins) P->DisconnectAll();
+  // Disconnecting takes each upstream owner's lock, and waiting drains the
+  // pull requests: afterwards no operation is inside one of our pins.
+  for (TPWBasicPin* P : Pins) {
+    P->DisconnectAll();
+    P->WaitIdle();
+  }
 }
 
 }  // namespace Quorvel

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -89,6 +90,9 @@ class TWBComponent : public IPWPinOwner {
   TWBComponent* FOwner;
   std::vector<TWBComponent*> FComponents;
   std::vector<TPWBasicPin*> FPins;
+  // The name has a lock of its own that never calls out, so that pins may
+  // read their peers' names whatever component locks they hold.
+  mutable std::mutex FNameLock;
   std::string FName;
   std::atomic<uint32_t> FState{0};
   std::atomic<bool> FEnabled{true};

@@ -92,7 +92,12 @@ HMMIO OpenMmio(const std::string& FileName, bool Create, std::string& ErrorText)
   }
   if (!Create) {
     LARGE_INTEGER Size{};
-    if (!GetFileSizeEx(Handle, &Size) || uint64_t(Size.QuadPart) > kMaxFileSize) {
+    if (!GetFileSizeEx(Handle, &Size)) {
+      ErrorText = SystemMessage(GetLastError(), FileName);
+      CloseHandle(Handle);
+      return nullptr;
+    }
+    if (uint64_t(Size.QuadPart) > kMaxFileSize) {
       CloseHandle(Handle);
       ErrorText = "WAV files of 2 GiB or more are not supported";
       return nullptr;

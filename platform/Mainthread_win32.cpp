@@ -65,7 +65,7 @@ void MainThreadWakeInit(TDrainProc Drain) {
 }
 
 void MainThreadWake() {
-  GPending.exchange(true);
+  if (GPending.exchange(true)) return;
   if (HWND Window = GWindow.load()) PostWake(Window);
 }
 

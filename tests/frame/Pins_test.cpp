@@ -161,7 +161,9 @@ TEST(Pins, PinListAddsSwapsAndRebuildsThroughCallbacks) {
   List.SetCount(2);
   EXPECT_EQ(Destroyed, 2);
   EXPECT_EQ(List.IndexOf(P1), -1);
-  EXPECT_EQ(List.Remove(List[0]), 0);  // the caller now owns it
+  TPWBasicPin* Taken = List[0];
+  EXPECT_EQ(List.Remove(Taken), 0);  // the caller now owns it
+  delete Taken;
   EXPECT_EQ(List.Count(), 1u);
   EXPECT_FALSE(List.Delete(5));
   EXPECT_EQ(Created, 4);
