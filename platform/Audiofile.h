@@ -35,6 +35,10 @@ class TAudioFileWriter {
   virtual bool Close() = 0;
 };
 
+// Whether a writer can be made for Info (bit depth, channels, rate); the
+// reason in ErrorText when not.
+bool CheckWriterInfo(const TAudioFileInfo& Info, std::string& ErrorText);
+
 // Answer nullptr on failure with the reason in ErrorText.
 std::unique_ptr<TAudioFileReader> OpenAudioFileForReading(const std::string& FileName, std::string& ErrorText);
 std::unique_ptr<TAudioFileWriter> CreateAudioFile(const std::string& FileName, const TAudioFileInfo& Info,

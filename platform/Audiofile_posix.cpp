@@ -20,7 +20,6 @@ namespace {
 // channel count a file claims.
 constexpr size_t kChunkSamples = 65536;
 
-bool SupportedBits(uint16_t Bits) { return Bits == 8 || Bits == 16 || Bits == 24 || Bits == 32; }
 
 std::string LastOpenError() {
   const char* Text = sf_strerror(nullptr);
@@ -200,18 +199,7 @@ std::unique_ptr<TAudioFileReader> OpenAudioFileForReading(const std::string& Fil
 
 std::unique_ptr<TAudioFileWriter> CreateAudioFile(const std::string& FileName, const TAudioFileInfo& Info,
                                                   std::string& ErrorText) {
-  if (!SupportedBits(Info.Bits)) {
-    ErrorText = "unsupported bit depth " + std::to_string(Info.Bits) + " (8, 16, 24 or 32 expected)";
-    return nullptr;
-  }
-  if (Info.Channels == 0) {
-    ErrorText = "an audio file needs at least one channel";
-    return nullptr;
-  }
-  if (Info.SampleRate == 0 || Info.SampleRate > uint32_t(INT_MAX)) {
-    ErrorText = "invalid sample rate " + std::to_string(Info.SampleRate);
-    return nullptr;
-  }
+  if (!CheckWriterInfo(Info, ErrorText)) return nullptr;
   SF_INFO SfInfo{};
   SfInfo.samplerate = int(Info.SampleRate);
   SfInfo.channels = Info.Channels;

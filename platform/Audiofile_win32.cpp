@@ -8,6 +8,8 @@
 #include <mmsystem.h>
 #include <mmreg.h>
 
+#include "platform/Win32text_win32.h"
+
 #include <algorithm>
 #include <climits>
 #include <cmath>
@@ -42,37 +44,6 @@ void Put16(std::vector<uint8_t>& Out, uint32_t Value) {
 void Put32(std::vector<uint8_t>& Out, uint32_t Value) {
   Put16(Out, Value);
   Put16(Out, Value >> 16);
-}
-
-bool ToUtf16(const std::string& Text, std::wstring& Wide) {
-  Wide.clear();
-  if (Text.empty()) return true;
-  const int Length = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, Text.data(), int(Text.size()), nullptr, 0);
-  if (Length <= 0) return false;
-  Wide.resize(size_t(Length));
-  return MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, Text.data(), int(Text.size()), Wide.data(), Length) ==
-         Length;
-}
-
-// The system's text for an error code, with the file name put where the text wants it.
-std::string SystemMessage(DWORD Code, const std::string& FileName) {
-  wchar_t* Buffer = nullptr;
-  const DWORD Length =
-      FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
-                     nullptr, Code, 0, reinterpret_cast<wchar_t*>(&Buffer), 0, nullptr);
-  std::string Text;
-  if (Length > 0 && Buffer) {
-    const int Bytes = WideCharToMultiByte(CP_UTF8, 0, Buffer, int(Length), nullptr, 0, nullptr, nullptr);
-    if (Bytes > 0) {
-      Text.resize(size_t(Bytes));
-      WideCharToMultiByte(CP_UTF8, 0, Buffer, int(Length), Text.data(), Bytes, nullptr, nullptr);
-    }
-  }
-  if (Buffer) LocalFree(Buffer);
-  while (!Text.empty() && (Text.back() == '\n' || Text.back() == '\r' || Text.back() == ' ')) Text.pop_back();
-  for (size_t At = 0; (At = Text.find("%1", At)) != std::string::npos; At += FileName.size())
-    Text.replace(At, 2, FileName);
-  return Text.empty() ? "Windows error " + std::to_string(Code) : Text;
 }
 
 // Opens the file and gives it to mmio, which closes the handle with mmioClose.
@@ -366,15 +337,8 @@ std::unique_ptr<TAudioFileReader> OpenAudioFileForReading(const std::string& Fil
 
 std::unique_ptr<TAudioFileWriter> CreateAudioFile(const std::string& FileName, const TAudioFileInfo& Info,
                                                   std::string& ErrorText) {
-  if (!SupportedBits(Info.Bits)) {
-    ErrorText = "unsupported bit depth " + std::to_string(Info.Bits) + " (8, 16, 24 or 32 expected)";
-    return nullptr;
-  }
-  if (Info.Channels == 0) {
-    ErrorText = "an audio file needs at least one channel";
-    return nullptr;
-  }
-  if (Info.SampleRate == 0 || uint64_t(Info.SampleRate) * Info.Channels * Info.Bits / 8 > UINT32_MAX) {
+  if (!CheckWriterInfo(Info, ErrorText)) return nullptr;
+  if (uint64_t(Info.SampleRate) * Info.Channels * Info.Bits / 8 > UINT32_MAX) {
     ErrorText = "invalid sample rate " + std::to_string(Info.SampleRate);
     return nullptr;
   }
