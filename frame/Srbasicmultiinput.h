@@ -62,6 +62,9 @@ class TSRBasicMultiInput : public TWBComponent {
   void SetStopOnNoStreams(bool Value) { FStopOnNoStreams = Value; }
   bool GetStopOnNoStreams() const { return FStopOnNoStreams; }
   bool IsStreaming() const { return FStreaming.load(); }  // [any thread]
+  // [main thread] A fixed block rate for components that pace themselves; 0 (the default) follows the stream.
+  void SetPresetRate(double Value) { FPresetRate = Value > 0.0 ? Value : 0.0; }
+  double GetPresetRate() const { return FPresetRate.load(); }
 
   void SinkDispatch(TPWBasicPin* SourcePin, TPWBasicPin* SinkPin, TPWOperationID ID, TPWOperation& Operation,
                     TPWNotifyStates& States) override;
@@ -84,8 +87,10 @@ class TSRBasicMultiInput : public TWBComponent {
   virtual size_t GetOutputBufferSize() { return GetBufferSize(); }
   // The format announced on output pin Index; the base sends the working buffer's shape.
   virtual TSRWaveFormatExtensible GetOutputFormat(size_t Index);
-  // The rate blocks are produced at (samples per second of the stream).
-  virtual double CalculateRate() { return FFormat.GetSampleRate(); }
+  // The rate blocks are produced at, in samples per second: the preset rate
+  // when one is set (UsePresetCalculateRate), otherwise the stream's.
+  virtual double CalculateRate() { return UsePresetCalculateRate() ? FPresetRate.load() : FFormat.GetSampleRate(); }
+  virtual bool UsePresetCalculateRate() { return FPresetRate.load() > 0.0; }
   // Whether the outputs should stop now: every started input has stopped.
   virtual bool GetShouldStop();
   // Pull mode: asks every connected input that lacks a block for more.
@@ -110,6 +115,7 @@ class TSRBasicMultiInput : public TWBComponent {
   size_t FBufferSize = 256;
   size_t FCurrentBlockSize = 0;
   bool FStopOnNoStreams = true;
+  std::atomic<double> FPresetRate{0.0};
   std::atomic<bool> FStreaming{false};
   bool FSending = false;
   std::vector<size_t> FQueuedBefore;

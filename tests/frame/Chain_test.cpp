@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "frame/Srbasicmultiinput.h"
 #include "frame/Srdemocomponents.h"
 #include "frame/Wbthreadedfilter.h"
@@ -57,6 +59,33 @@ TEST(MultiInput, UnevenArrivalGivesExactGapFreeBlocks) {
   EXPECT_EQ(Sink.Samples[2], std::vector<int32_t>(3200, 0)) << "an unconnected input reads as silence";
   for (size_t I = 0; I + 3 < Sink.BlockSizes.size(); ++I) EXPECT_EQ(Sink.BlockSizes[I], 256u);
   EXPECT_EQ(Sink.BlockSizes.back(), 3200u % 256u);
+}
+
+TEST(MultiInput, InputsFedFromTwoThreadsStayAligned) {
+  TTestSource Left, Right;
+  TSRBasicMultiInput Mixer(nullptr, 2, 2);
+  TRecordingSink Sink(nullptr, 2);
+  Mixer.SetBufferSize(128);
+  Left.Output.Connect(*Mixer.GetInputPin(0));
+  Right.Output.Connect(*Mixer.GetInputPin(1));
+  Mixer.GetOutputPin(0)->Connect(*Sink.Inputs[0]);
+  Mixer.GetOutputPin(1)->Connect(*Sink.Inputs[1]);
+  Left.Start();
+  Right.Start();
+  constexpr int32_t Total = 64 * 100;  // both threads send the same count in different chunk sizes
+  std::thread A([&] {
+    for (int32_t At = 0; At < Total; At += 64) Left.SendRamp(At, 64);
+    Left.Stop();
+  });
+  std::thread B([&] {
+    for (int32_t At = 0; At < Total; At += 80) Right.SendRamp(20000 + At, 80);
+    Right.Stop();
+  });
+  A.join();
+  B.join();
+  EXPECT_EQ(Sink.Samples[0], Ramp(0, Total));
+  EXPECT_EQ(Sink.Samples[1], Ramp(20000, Total));
+  EXPECT_EQ(Sink.Count(poidStop), 2u);
 }
 
 TEST(MultiInput, WaitsForEveryActiveInputAndConvertsWidths) {

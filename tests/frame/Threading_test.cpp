@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <mutex>
@@ -32,6 +33,12 @@ namespace {
 // Generous bounds: a slow two-core machine under ThreadSanitizer must never hit them.
 constexpr auto kPatience = std::chrono::seconds(60);
 constexpr int64_t kPatienceMs = 60000;
+// Timeouts far beyond any clock's range: waits given them must not come back at once.
+constexpr int64_t kHugeTimeoutsMs[] = {
+    INT64_C(10000000000000),  // about 317 years
+    INT64_C(1) << 50,
+    std::numeric_limits<int64_t>::max(),
+};
 
 // Aborts the program when the owning test is stuck, so a deadlock is reported
 // as such instead of hanging the run.
@@ -235,20 +242,24 @@ TEST_F(ThreadingEvent, AutoResetReleasesOneWaiterPerSet) {
 TEST_F(ThreadingEvent, ManualResetReleasesEveryWaiterAndStaysSetUntilReset) {
   constexpr int kWaiters = 4;
   TEvent Event(/*ManualReset=*/true);
-  std::vector<TWaitResult> Results(kWaiters, TWaitResult::wrTimeout);
-  TStartGate Gate;
-  {
-    TThreads Waiters;
-    for (int I = 0; I < kWaiters; ++I)
-      Waiters.Start([&, I] {
-        Gate.Pass();
-        Results[I] = Event.WaitFor(kPatienceMs);
-      });
-    Gate.Open();
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  std::atomic<int> Started{0}, Released{0};
+  TThreads Waiters;
+  for (int I = 0; I < kWaiters; ++I)
+    Waiters.Start([&] {
+      ++Started;
+      if (Event.WaitFor(-1) == TWaitResult::wrSignaled) ++Released;
+    });
+  ASSERT_TRUE(WaitUntil([&] { return Started.load() == kWaiters; }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(10));  // most likely all blocked by now
+  Event.SetEvent();
+  const bool AllReleased = WaitUntil([&] { return Released.load() == kWaiters; });
+  while (Released.load() < kWaiters) {  // a broken event: free the rest so the test can end
     Event.SetEvent();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  for (TWaitResult R : Results) EXPECT_EQ(R, TWaitResult::wrSignaled);
+  Waiters.JoinAll();
+  EXPECT_TRUE(AllReleased) << "one SetEvent did not release every waiter";
+
   EXPECT_EQ(Event.WaitFor(0), TWaitResult::wrSignaled);
   EXPECT_EQ(Event.WaitFor(0), TWaitResult::wrSignaled);
   Event.ResetEvent();
@@ -278,8 +289,10 @@ TEST_F(ThreadingEvent, WaitTimesOutUnlessSignalledAndHonoursTheInitialState) {
   EXPECT_EQ(ManualInitiallySet.WaitFor(0), TWaitResult::wrSignaled);
 }
 
-TEST_F(ThreadingEvent, WaitWithoutTimeoutOrWithTheLargestTimeoutEndsOnlyWhenSignalled) {
-  for (int64_t Timeout : {int64_t{-1}, std::numeric_limits<int64_t>::max()}) {
+TEST_F(ThreadingEvent, WaitWithoutTimeoutOrWithAHugeTimeoutEndsOnlyWhenSignalled) {
+  std::vector<int64_t> Timeouts{-1};
+  Timeouts.insert(Timeouts.end(), std::begin(kHugeTimeoutsMs), std::end(kHugeTimeoutsMs));
+  for (int64_t Timeout : Timeouts) {
     SCOPED_TRACE(Timeout);
     TEvent Event;
     std::atomic<bool> Set{false};
@@ -301,31 +314,38 @@ TEST_F(ThreadingEvent, WaitWithoutTimeoutOrWithTheLargestTimeoutEndsOnlyWhenSign
 using ThreadingProcessingThread = TThreadingTest;
 
 TEST_F(ThreadingProcessingThread, ConsumesEveryItemSignalledFromManyThreads) {
-  constexpr int kSenders = 4, kItems = 5000;
+  constexpr int kRounds = 20, kSenders = 3, kItems = 300;
   std::atomic<int> Queued{0}, Consumed{0};
   std::atomic<bool> InProc{false}, Overlapped{false}, WrongThread{false};
   TProcessingThread Worker(this, [&](IProcessingThread& Self) {
     if (InProc.exchange(true)) Overlapped = true;
     if (&Self != &Worker || std::this_thread::get_id() != Worker.ThreadId()) WrongThread = true;
-    Consumed += Queued.exchange(0);
+    const int Taken = Queued.exchange(0);
+    // Work on the items: signals arriving meanwhile must cause another run.
+    std::this_thread::sleep_for(std::chrono::microseconds(50));
+    Consumed += Taken;
     InProc = false;
   });
-  TStartGate Gate;
-  {
-    TThreads Senders;
-    for (int S = 0; S < kSenders; ++S)
-      Senders.Start([&] {
-        Gate.Pass();
-        for (int I = 0; I < kItems; ++I) {
-          ++Queued;
-          Worker.Signal();
-        }
-      });
-    Gate.Open();
+  for (int Round = 1; Round <= kRounds; ++Round) {
+    SCOPED_TRACE(Round);
+    TStartGate Gate;
+    {
+      TThreads Senders;
+      for (int S = 0; S < kSenders; ++S)
+        Senders.Start([&] {
+          Gate.Pass();
+          for (int I = 0; I < kItems; ++I) {
+            ++Queued;
+            Worker.Signal();
+          }
+        });
+      Gate.Open();
+    }
+    // Signals coalesce, but the last one must still be followed by a run.
+    const int Total = Round * kSenders * kItems;
+    ASSERT_TRUE(WaitUntil([&] { return Consumed.load() == Total; }))
+        << "consumed " << Consumed.load() << " of " << Total;
   }
-  // Signals coalesce, but the last one must still be followed by a run.
-  EXPECT_TRUE(WaitUntil([&] { return Consumed.load() == kSenders * kItems; }))
-      << "consumed " << Consumed.load() << " of " << kSenders * kItems;
   EXPECT_FALSE(Overlapped);
   EXPECT_FALSE(WrongThread);
   EXPECT_NE(Worker.ThreadId(), std::this_thread::get_id());
@@ -539,6 +559,25 @@ TEST_F(ThreadingMainThread, WaitingWorkersBlockUntilDrainedAndGetTheirExceptions
     EXPECT_EQ(States[W].Caught, "failed " + std::to_string(W));
   }
   EXPECT_EQ(ProcessMainThreadQueue(), 0);
+}
+
+TEST_F(ThreadingMainThread, WaitAndProcessWaitsForWorkQueuedLater) {
+  EXPECT_EQ(WaitAndProcessMainThreadQueue(0), 0);
+  std::vector<int64_t> Timeouts{kPatienceMs};
+  Timeouts.insert(Timeouts.end(), std::begin(kHugeTimeoutsMs), std::end(kHugeTimeoutsMs));
+  for (int64_t Timeout : Timeouts) {
+    SCOPED_TRACE(Timeout);
+    int Ran = 0;
+    std::thread Worker([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      MainThreadExecute(&FSenderA, /*Wait=*/false, [&] { ++Ran; });
+    });
+    const int Drained = WaitAndProcessMainThreadQueue(Timeout);
+    Worker.join();
+    ProcessMainThreadQueue();  // in case it came back empty-handed
+    EXPECT_EQ(Drained, 1) << "came back before the work arrived";
+    EXPECT_EQ(Ran, 1);
+  }
 }
 
 TEST_F(ThreadingMainThread, UniqueQueuesASendersProcedureOnlyOnce) {
