@@ -10,8 +10,6 @@
 
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
-# Windows 10 API level for headers that check _WIN32_WINNT.
-set(CMAKE_SYSTEM_VERSION 10.0)
 
 set(QUORVEL_MINGW_TRIPLE x86_64-w64-mingw32)
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 #include "frame/Pwvaluepins.h"
@@ -121,7 +122,11 @@ TEST(Pins, DisconnectAndDestroyWhileAnotherThreadStreams) {
   });
   TCheckSink Stable(BadBuffers);
   ASSERT_TRUE(Filter.GetOutputPin()->Connect(Stable.Input));
-  for (int Round = 0; Round < 200; ++Round) {
+  // At least 200 rounds, and on until the streamer got buffers through (a
+  // slow scheduler may not run it at all during the first rounds).
+  const auto Deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  for (int Round = 0; Round < 200 || (Stable.Received.load() < 20 && std::chrono::steady_clock::now() < Deadline);
+       ++Round) {
     auto* Sink = new TCheckSink(BadBuffers);
     Filter.GetOutputPin()->Connect(Sink->Input);
     std::this_thread::yield();
