@@ -25,7 +25,7 @@ endif()
 # which add_test applies by itself to targets of the project.
 function(quorvel_add_test target)
   cmake_parse_arguments(ARG "" "TIMEOUT" "LABELS" ${ARGN})
-  add_test(NAME ${target} COMMAND ${target} --gtest_brief=1)
+  add_test(NAME ${target} COMMAND ${target})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 300)
   endif()
