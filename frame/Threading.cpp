@@ -13,7 +13,12 @@ namespace Quorvel::Threading {
 void TEvent::SetEvent() {
   {
     std::lock_guard<std::mutex> G(FMutex);
-    FSignaled = true;
+    // An auto-reset event with threads waiting releases exactly one of them
+    // per call, even when calls come faster than the waiters wake.
+    if (!FManualReset && FWaiters > FReleases)
+      ++FReleases;
+    else
+      FSignaled = true;
   }
   if (FManualReset)
     FCond.notify_all();
@@ -27,19 +32,26 @@ void TEvent::ResetEvent() {
 }
 
 namespace {
-// Timeouts beyond this (about 29 years) wait forever: larger values would
-// overflow the clock's nanosecond arithmetic.
-constexpr int64_t MaxTimeoutMs = INT64_C(1) << 50;
+// Timeouts beyond this (about 35 years) wait forever: the clock counts in
+// 64-bit nanoseconds, which larger values would overflow.
+constexpr int64_t MaxTimeoutMs = INT64_C(1) << 40;
 }  // namespace
 
 TWaitResult TEvent::WaitFor(int64_t TimeoutMs) {
   std::unique_lock<std::mutex> L(FMutex);
-  auto Ready = [this] { return FSignaled; };
+  auto Ready = [this] { return FSignaled || FReleases > 0; };
+  ++FWaiters;
+  bool Woken = true;
   if (TimeoutMs < 0 || TimeoutMs > MaxTimeoutMs)
     FCond.wait(L, Ready);
-  else if (!FCond.wait_for(L, std::chrono::milliseconds(TimeoutMs), Ready))
-    return TWaitResult::wrTimeout;
-  if (!FManualReset) FSignaled = false;
+  else
+    Woken = FCond.wait_for(L, std::chrono::milliseconds(TimeoutMs), Ready);
+  --FWaiters;
+  if (!Woken) return TWaitResult::wrTimeout;
+  if (FReleases > 0)
+    --FReleases;
+  else if (!FManualReset)
+    FSignaled = false;
   return TWaitResult::wrSignaled;
 }
 

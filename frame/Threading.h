@@ -88,6 +88,8 @@ class TEvent final : public IEvent {
   std::condition_variable FCond;
   const bool FManualReset;
   bool FSignaled;
+  int FWaiters = 0;   // threads inside WaitFor
+  int FReleases = 0;  // auto-reset wake-ups handed to waiters, not yet taken
 };
 
 // The handle a processing procedure receives from its thread.
@@ -104,7 +106,7 @@ class IProcessingThread {
 };
 
 // A worker thread that runs Proc each time it is signalled, until terminated.
-// The destructor terminates and joins.
+// The destructor terminates and joins, so it must not run on the thread itself.
 class TProcessingThread final : public IProcessingThread {
  public:
   using TProc = std::function<void(IProcessingThread&)>;

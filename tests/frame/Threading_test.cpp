@@ -33,7 +33,8 @@ namespace {
 // Generous bounds: a slow two-core machine under ThreadSanitizer must never hit them.
 constexpr auto kPatience = std::chrono::seconds(60);
 constexpr int64_t kPatienceMs = 60000;
-// Timeouts far beyond any clock's range: waits given them must not come back at once.
+// Timeouts past what a nanosecond clock counts (about 292 years): waits given
+// them must still wait, not come back at once.
 constexpr int64_t kHugeTimeoutsMs[] = {
     INT64_C(10000000000000),  // about 317 years
     INT64_C(1) << 50,
@@ -237,6 +238,22 @@ TEST_F(ThreadingEvent, AutoResetReleasesOneWaiterPerSet) {
   }
   Waiters.JoinAll();
   for (TWaitResult R : Results) EXPECT_EQ(R, TWaitResult::wrSignaled);
+}
+
+TEST_F(ThreadingEvent, BackToBackSetsReleaseAsManyBlockedWaiters) {
+  TEvent Event;  // auto-reset
+  std::atomic<int> Released{0};
+  TThreads Waiters;
+  for (int I = 0; I < 2; ++I)
+    Waiters.Start([&] {
+      if (Event.WaitFor(kPatienceMs) == TWaitResult::wrSignaled) ++Released;
+    });
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));  // let both block
+  Event.SetEvent();
+  Event.SetEvent();  // before the first waiter has woken
+  EXPECT_TRUE(WaitUntil([&] { return Released.load() == 2; }));
+  Waiters.JoinAll();
+  EXPECT_EQ(Event.WaitFor(0), TWaitResult::wrTimeout) << "no set is left over";
 }
 
 TEST_F(ThreadingEvent, ManualResetReleasesEveryWaiterAndStaysSetUntilReset) {
@@ -657,27 +674,37 @@ TEST_F(ThreadingMainThread, ADrainedProcedureMayUseTheQueueItself) {
 }
 
 #ifdef _WIN32
+namespace {
+void PumpMessages() {
+  MSG Message;
+  while (PeekMessageW(&Message, nullptr, 0, 0, PM_REMOVE)) {
+    TranslateMessage(&Message);
+    DispatchMessageW(&Message);
+  }
+}
+}  // namespace
+
 // On Windows the application's own message loop drains the queue through the
-// window SetMainThread made.
+// window SetMainThread made, burst after burst.
 TEST_F(ThreadingMainThread, TheMessageLoopDrainsTheQueue) {
+  PumpMessages();  // wakes left by earlier tests
   int Ran = 0;
-  std::atomic<bool> Returned{false};
-  std::thread Worker([&] {
-    MainThreadExecute(&FSenderA, /*Wait=*/false, [&] { ++Ran; });
-    MainThreadExecute(&FSenderA, /*Wait=*/true, [&] { ++Ran; });
-    Returned = true;
-  });
-  const bool Done = WaitUntil([&] {
-    MSG Message;
-    while (PeekMessageW(&Message, nullptr, 0, 0, PM_REMOVE)) {
-      TranslateMessage(&Message);
-      DispatchMessageW(&Message);
-    }
-    return Returned.load();
-  });
-  if (!Done) ProcessMainThreadQueue();  // let the worker go before failing
-  Worker.join();
-  EXPECT_TRUE(Done);
-  EXPECT_EQ(Ran, 2);
+  for (int Round = 1; Round <= 3; ++Round) {
+    SCOPED_TRACE(Round);
+    std::atomic<bool> Returned{false};
+    std::thread Worker([&] {
+      MainThreadExecute(&FSenderA, /*Wait=*/false, [&] { ++Ran; });
+      MainThreadExecute(&FSenderA, /*Wait=*/true, [&] { ++Ran; });
+      Returned = true;
+    });
+    const bool Done = WaitUntil([&] {
+      PumpMessages();
+      return Returned.load();
+    });
+    if (!Done) ProcessMainThreadQueue();  // let the worker go before failing
+    Worker.join();
+    ASSERT_TRUE(Done) << "the message loop did not drain the queue";
+    EXPECT_EQ(Ran, 2 * Round);
+  }
 }
 #endif
