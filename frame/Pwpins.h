@@ -186,6 +186,10 @@ class TPWPinList {
   size_t Count() const;                   // [any thread]
   TPWBasicPin* Get(size_t Index) const;   // [any thread] nullptr out of range
   TPWBasicPin* operator[](size_t Index) const { return Get(Index); }
+  // [holding the list's lock] The same without taking the lock again, for
+  // loops on the audio path.
+  size_t CountLocked() const { return FPins.size(); }
+  TPWBasicPin* GetLocked(size_t Index) const { return Index < FPins.size() ? FPins[Index] : nullptr; }
 
   // [main thread] Adds a pin; answers its index, or -1 when its category is
   // not one of the list's (the pin is then not taken, and the caller keeps it).

@@ -128,6 +128,14 @@ TSRPWAudioSourcePin* TSRBasicMultiInput::GetOutputPin(size_t Index) {
   return static_cast<TSRPWAudioSourcePin*>(FOutputPins.Get(Index));
 }
 
+TSRPWQueuedAudioSinkPin* TSRBasicMultiInput::InputAt(size_t Index) const {
+  return static_cast<TSRPWQueuedAudioSinkPin*>(FInputPins.GetLocked(Index));
+}
+
+TSRPWAudioSourcePin* TSRBasicMultiInput::OutputAt(size_t Index) const {
+  return static_cast<TSRPWAudioSourcePin*>(FOutputPins.GetLocked(Index));
+}
+
 void TSRBasicMultiInput::SetBufferSize(size_t Value) {
   TLockGuard G(GetLock());
   FBufferSize = std::max<size_t>(Value, 1);
@@ -150,10 +158,10 @@ void TSRBasicMultiInput::StreamStarted() {
 
 void TSRBasicMultiInput::CalculateSendOutput() {
   if (!FWorkBuffer || !FWorkBuffer->SetSampleCount(FCurrentBlockSize)) return;
-  const size_t N = std::min(FInputPins.Count(), FOutputPins.Count());
+  const size_t N = std::min(FInputPins.CountLocked(), FOutputPins.CountLocked());
   for (size_t I = 0; I < N; ++I) {
-    GetInputPin(I)->StretchLoadBuffer(*FWorkBuffer);
-    GetOutputPin(I)->SubmitBuffer(FWorkBuffer);
+    InputAt(I)->StretchLoadBuffer(*FWorkBuffer);
+    OutputAt(I)->SubmitBuffer(FWorkBuffer);
   }
 }
 
@@ -161,8 +169,8 @@ void TSRBasicMultiInput::IntStop() { FWorkBuffer.Reset(); }
 
 bool TSRBasicMultiInput::HasBlock(size_t Samples) {
   bool Any = false;
-  for (size_t I = 0, N = FInputPins.Count(); I < N; ++I) {
-    auto* Pin = GetInputPin(I);
+  for (size_t I = 0, N = FInputPins.CountLocked(); I < N; ++I) {
+    auto* Pin = InputAt(I);
     if (!Pin->Started) continue;
     if (Pin->GetQueuedSamples() >= Samples)
       Any = true;
@@ -174,8 +182,8 @@ bool TSRBasicMultiInput::HasBlock(size_t Samples) {
 
 bool TSRBasicMultiInput::GetShouldStop() {
   bool AnyStarted = false;
-  for (size_t I = 0, N = FInputPins.Count(); I < N; ++I) {
-    auto* Pin = GetInputPin(I);
+  for (size_t I = 0, N = FInputPins.CountLocked(); I < N; ++I) {
+    auto* Pin = InputAt(I);
     if (!Pin->Started) continue;
     AnyStarted = true;
     if (!Pin->Stopped) return false;
@@ -184,15 +192,15 @@ bool TSRBasicMultiInput::GetShouldStop() {
 }
 
 void TSRBasicMultiInput::ProduceBlock(size_t Samples) {
-  const size_t N = FInputPins.Count();
+  const size_t N = FInputPins.CountLocked();
   FQueuedBefore.resize(N);
-  for (size_t I = 0; I < N; ++I) FQueuedBefore[I] = GetInputPin(I)->GetQueuedSamples();
+  for (size_t I = 0; I < N; ++I) FQueuedBefore[I] = InputAt(I)->GetQueuedSamples();
   FCurrentBlockSize = Samples;
   CalculateSendOutput();
   // Every input advances by one block, also those the block did not read,
   // so that no queue grows without bound and inputs stay aligned.
-  for (size_t I = 0; I < N && I < FInputPins.Count(); ++I) {
-    auto* Pin = GetInputPin(I);
+  for (size_t I = 0; I < N && I < FInputPins.CountLocked(); ++I) {
+    auto* Pin = InputAt(I);
     const size_t Consumed = FQueuedBefore[I] - std::min(FQueuedBefore[I], Pin->GetQueuedSamples());
     if (Consumed < Samples) Pin->Skip(Samples - Consumed);
   }
@@ -220,25 +228,26 @@ void TSRBasicMultiInput::FinishStream() {
   TrySend();
   // The final, shorter block: whatever is left on the fullest input.
   size_t Left = 0;
-  for (size_t I = 0, N = FInputPins.Count(); I < N; ++I)
-    Left = std::max(Left, GetInputPin(I)->GetQueuedSamples());
+  for (size_t I = 0, N = FInputPins.CountLocked(); I < N; ++I)
+    Left = std::max(Left, InputAt(I)->GetQueuedSamples());
   const size_t B = std::max<size_t>(GetOutputBufferSize(), 1);
   if (Left > 0 && Left < B) ProduceBlock(Left);
   FStreaming = false;
   IntStop();
-  for (size_t I = 0, N = FInputPins.Count(); I < N; ++I) {
-    auto* Pin = GetInputPin(I);
+  for (size_t I = 0, N = FInputPins.CountLocked(); I < N; ++I) {
+    auto* Pin = InputAt(I);
     Pin->Started = Pin->Stopped = false;
     Pin->Clear();
   }
   if (FStopOnNoStreams)
-    for (size_t I = 0, N = FOutputPins.Count(); I < N; ++I) GetOutputPin(I)->SendStop();
+    for (size_t I = 0, N = FOutputPins.CountLocked(); I < N; ++I) OutputAt(I)->SendStop();
 }
 
 void TSRBasicMultiInput::SinkDispatch(TPWBasicPin* SourcePin, TPWBasicPin* SinkPin, TPWOperationID ID,
                                       TPWOperation& Operation, TPWNotifyStates& States) {
-  const int Index = FInputPins.IndexOf(SinkPin);
-  if (Index < 0) return;
+  bool Ours = false;
+  for (size_t I = 0, N = FInputPins.CountLocked(); I < N && !Ours; ++I) Ours = FInputPins.GetLocked(I) == SinkPin;
+  if (!Ours) return;
   auto* Pin = static_cast<TSRPWQueuedAudioSinkPin*>(SinkPin);
   switch (ID) {
     case poidStartWave: {
@@ -261,8 +270,8 @@ void TSRBasicMultiInput::SinkDispatch(TPWBasicPin* SourcePin, TPWBasicPin* SinkP
       if (!FStreaming.load()) {
         FStreaming = true;
         StreamStarted();
-        for (size_t I = 0, N = FOutputPins.Count(); I < N; ++I)
-          GetOutputPin(I)->SendStartWave(GetOutputFormat(I), Op.GetRealTime());
+        for (size_t I = 0, N = FOutputPins.CountLocked(); I < N; ++I)
+          OutputAt(I)->SendStartWave(GetOutputFormat(I), Op.GetRealTime());
       }
       break;
     }
@@ -283,7 +292,7 @@ void TSRBasicMultiInput::SinkDispatch(TPWBasicPin* SourcePin, TPWBasicPin* SinkP
       if (FStreaming.load() && GetShouldStop()) FinishStream();
       break;
     default:
-      for (size_t I = 0, N = FOutputPins.Count(); I < N; ++I) GetOutputPin(I)->Notify(Operation, States);
+      for (size_t I = 0, N = FOutputPins.CountLocked(); I < N; ++I) OutputAt(I)->Notify(Operation, States);
       break;
   }
   States.Include(TPWNotifyState::pnsHandled);
@@ -314,7 +323,7 @@ void TSRBasicMultiInput::MasterPumpRequest() {
 }
 
 void TSRBasicMultiInput::PassTroughMasterPump(TPWOperation& Operation) {
-  for (size_t I = 0, N = FInputPins.Count(); I < N; ++I) GetInputPin(I)->NotifyUpstream(Operation);
+  for (size_t I = 0, N = FInputPins.CountLocked(); I < N; ++I) InputAt(I)->NotifyUpstream(Operation);
 }
 
 }  // namespace Quorvel

@@ -100,6 +100,9 @@ class TSRBasicMultiInput : public TWBComponent {
   void TrySend();
   // Samples in the block being produced (shorter for the final block).
   size_t GetCurrentBlockSize() const { return FCurrentBlockSize; }
+  // [holding the lock] Pin access without taking the lock again.
+  TSRPWQueuedAudioSinkPin* InputAt(size_t Index) const;
+  TSRPWAudioSourcePin* OutputAt(size_t Index) const;
   virtual TPWBasicPin* CreateInputPin(size_t Index);
   virtual TPWBasicPin* CreateOutputPin(size_t Index);
 
