@@ -70,8 +70,8 @@ int Demo(int Argc, char** Argv) {
   Tone->Stop();
   const auto After = GetBufferPoolStats();
 
-  std::printf("chain: %s -> %s -> %s\n", Tone->GetOutputPin().GetDisplayName().c_str(),
-              Filter->GetName().c_str(), Writer->GetName().c_str());
+  std::printf("chain: %s; %s\n", Tone->GetOutputPin().GetDisplayName().c_str(),
+              Filter->GetOutputPin()->GetDisplayName().c_str());
   std::printf("tone: %.1f Hz, %u channels, %u bits, %.0f Hz sample rate, amplitude 0.8, gain %.2f\n", Frequency,
               Tone->GetChannels(), Tone->GetBits(), Tone->GetSampleRate(), Gain);
   std::printf("passed: %llu buffers, %llu frames (%.2f s), peak %d of 32767\n",
