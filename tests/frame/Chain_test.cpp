@@ -17,6 +17,16 @@ std::vector<int32_t> Ramp(int32_t First, size_t Count) {
   for (size_t I = 0; I < Count; ++I) V[I] = First + static_cast<int32_t>(I);
   return V;
 }
+
+// Two sources into a two-input mixer, each mixer output into the sink.
+void WireTwoInputs(TTestSource& A, TTestSource& B, TSRBasicMultiInput& Mixer, TRecordingSink& Sink) {
+  ASSERT_TRUE(A.Output.Connect(*Mixer.GetInputPin(0)));
+  ASSERT_TRUE(B.Output.Connect(*Mixer.GetInputPin(1)));
+  ASSERT_TRUE(Mixer.GetOutputPin(0)->Connect(*Sink.Inputs[0]));
+  ASSERT_TRUE(Mixer.GetOutputPin(1)->Connect(*Sink.Inputs[1]));
+  A.Start();
+  B.Start();
+}
 }  // namespace
 
 TEST(MultiInput, UnevenArrivalGivesExactGapFreeBlocks) {
@@ -66,12 +76,7 @@ TEST(MultiInput, InputsFedFromTwoThreadsStayAligned) {
   TSRBasicMultiInput Mixer(nullptr, 2, 2);
   TRecordingSink Sink(nullptr, 2);
   Mixer.SetBufferSize(128);
-  Left.Output.Connect(*Mixer.GetInputPin(0));
-  Right.Output.Connect(*Mixer.GetInputPin(1));
-  Mixer.GetOutputPin(0)->Connect(*Sink.Inputs[0]);
-  Mixer.GetOutputPin(1)->Connect(*Sink.Inputs[1]);
-  Left.Start();
-  Right.Start();
+  WireTwoInputs(Left, Right, Mixer, Sink);
   constexpr int32_t Total = 64 * 100;  // both threads send the same count in different chunk sizes
   std::thread A([&] {
     for (int32_t At = 0; At < Total; At += 64) Left.SendRamp(At, 64);
@@ -93,12 +98,7 @@ TEST(MultiInput, WaitsForEveryActiveInputAndConvertsWidths) {
   TSRBasicMultiInput Mixer(nullptr, 2, 2);
   TRecordingSink Sink(nullptr, 2);
   Mixer.SetBufferSize(100);
-  A.Output.Connect(*Mixer.GetInputPin(0));
-  B.Output.Connect(*Mixer.GetInputPin(1));
-  Mixer.GetOutputPin(0)->Connect(*Sink.Inputs[0]);
-  Mixer.GetOutputPin(1)->Connect(*Sink.Inputs[1]);
-  A.Start();
-  B.Start();
+  WireTwoInputs(A, B, Mixer, Sink);
   A.SendRamp(0, 150);
   EXPECT_TRUE(Sink.Samples[0].empty()) << "input 1 has started but holds nothing yet";
   B.SendRamp(256, 99);
