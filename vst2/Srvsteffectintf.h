@@ -32,10 +32,10 @@ using PPDouble = double**;
 // Function types. x64 Windows and x86_64 Linux each have a single calling
 // convention, which is the one plug-ins use, so none is spelled out.
 
-// The host callback. Plug-ins declare its result pointer-sized and read the
-// whole result register; the host answers in 32 bits, so a plug-in sees a
-// defined value only in the low 32 bits of what it reads.
-using TAudioMasterCallbackFunc = int32_t (*)(PVSTEffect Effect, int32_t Opcode, int32_t Index,
+// The host callback. Its result is pointer-sized, as plug-ins declare it and
+// read it (the whole result register). The host's answers are 32-bit values,
+// sign-extended into that width.
+using TAudioMasterCallbackFunc = intptr_t (*)(PVSTEffect Effect, int32_t Opcode, int32_t Index,
                                              intptr_t Value, void* Ptr, float Opt);
 // The plug-in's entry point ("VSTPluginMain" or "main").
 using TMainProc = PVSTEffect (*)(TAudioMasterCallbackFunc audioMaster);
