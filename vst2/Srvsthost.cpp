@@ -1,0 +1,785 @@
+#include "vst2/Srvsthost.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <mutex>
+
+#include "frame/Kbloadlibrary.h"
+#include "platform/Fpu.h"
+#include "platform/Lowmemory.h"
+
+namespace Quorvel {
+
+using Threading::TLockGuard;
+
+const char* const kHostCanDoNames[18] = {
+    "sendVstEvents", "sendVstMidiEvent", "sendVstTimeInfo", "receiveVstEvents", "receiveVstMidiEvent",
+    "receiveVstTimeInfo", "reportConnectionChanges", "acceptIOChanges", "sizeWindow", "asyncProcessing",
+    "offline", "supplyIdle", "supportShell", "openFileSelector", "closeFileSelector", "editFile",
+    "shellCategory", "startStopProcess"};
+
+namespace {
+
+// Entry points run one at a time in the process. While one runs, the loading
+// slot names its host, so that callbacks made before the plug-in has an
+// effect record (or before the host wrote itself into it) find their host.
+// Outside an entry-point call the slot is empty.
+std::mutex GLoaderLock;
+std::atomic<TSRVSTHost*> GLoadingHost{nullptr};
+
+constexpr size_t kTimeInfoBytes = 4096;
+
+// Effect flag bit for each plug-in capability member 0..17; members 10..15
+// read bit 0 (the editor flag) and 16, 17 a bit beyond the flags (absent).
+constexpr int kSuportFlagBits[18] = {1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 0, 0, 0, 0, 0, 0, 16, 16};
+const char* const kPlugInCanDoTexts[8] = {"sendVstEvents",       "sendVstMidiEvent", "receiveVstEvents",
+                                          "receiveVstMidiEvent", "receiveVstTimeInfo", "offline",
+                                          "midiProgramNames",    "bypass"};
+
+// Copies Text into a plug-in's character buffer of Room bytes, terminated.
+void CopyToPlugIn(const std::string& Text, void* Ptr, size_t Room) {
+  if (!Ptr || Room == 0) return;
+  const size_t N = std::min(Text.size(), Room - 1);
+  std::memcpy(Ptr, Text.data(), N);
+  static_cast<char*>(Ptr)[N] = '\0';
+}
+
+// Integer PCM (one channel) to the plug-in's float channel, divided by Scale.
+template <typename F>
+void LoadChannel(const ISRAudioBuffer& Buffer, size_t Samples, double Scale, F* Out) {
+  const uint8_t* P = Buffer.GetData();
+  const F Inv = static_cast<F>(1.0 / Scale);
+  switch (Buffer.GetBits()) {
+    case 16: {
+      for (size_t J = 0; J < Samples; ++J) {
+        int16_t V;
+        std::memcpy(&V, P + 2 * J, 2);
+        Out[J] = static_cast<F>(V) * Inv;
+      }
+      break;
+    }
+    case 24: {
+      for (size_t J = 0; J < Samples; ++J) {
+        const uint8_t* S = P + 3 * J;
+        const int32_t V = static_cast<int32_t>(static_cast<uint32_t>(S[0]) << 8 | static_cast<uint32_t>(S[1]) << 16 |
+                                               static_cast<uint32_t>(S[2]) << 24) >> 8;
+        Out[J] = static_cast<F>(V) * Inv;
+      }
+      break;
+    }
+    case 32: {
+      for (size_t J = 0; J < Samples; ++J) {
+        int32_t V;
+        std::memcpy(&V, P + 4 * J, 4);
+        Out[J] = static_cast<F>(static_cast<double>(V) / Scale);
+      }
+      break;
+    }
+    default:
+      for (size_t J = 0; J < Samples; ++J) Out[J] = static_cast<F>(Buffer.GetSample(J, 0) / Scale);
+      break;
+  }
+}
+
+// The plug-in's float channel, multiplied by Scale and rounded to the nearest
+// integer (ties to even), saturated to the buffer's width; NaN becomes 0.
+// Answers how many samples were not finite.
+template <typename F>
+size_t StoreChannel(const F* In, size_t Samples, double Scale, ISRAudioBuffer& Buffer) {
+  const unsigned Bits = Buffer.GetBits();
+  const double Lo = ISRAudioBuffer::MinValue(Bits), Hi = ISRAudioBuffer::MaxValue(Bits);
+  uint8_t* P = Buffer.GetData();
+  size_t NonFinite = 0;
+  for (size_t J = 0; J < Samples; ++J) {
+    NonFinite += !std::isfinite(In[J]);
+    double V = std::nearbyint(static_cast<double>(In[J]) * Scale);
+    V = V != V ? 0.0 : std::min(Hi, std::max(Lo, V));
+    const int32_t I = static_cast<int32_t>(V);
+    switch (Bits) {
+      case 16: {
+        const int16_t S = static_cast<int16_t>(I);
+        std::memcpy(P + 2 * J, &S, 2);
+        break;
+      }
+      case 24:
+        P[3 * J] = static_cast<uint8_t>(I);
+        P[3 * J + 1] = static_cast<uint8_t>(I >> 8);
+        P[3 * J + 2] = static_cast<uint8_t>(I >> 16);
+        break;
+      case 32: std::memcpy(P + 4 * J, &I, 4); break;
+      default: Buffer.SetSample(J, 0, I); break;
+    }
+  }
+  return NonFinite;
+}
+
+}  // namespace
+
+// ---- construction ---------------------------------------------------------------
+
+TSRVSTHost::TSRVSTHost(TWBComponent* Owner) : TSRBasicMultiInput(Owner, 0, 0) {
+  FVstTimeInfo = static_cast<PVstTimeInfo>(Platform::AllocateLowMemory(kTimeInfoBytes));
+  FTimeInfoLow = FVstTimeInfo != nullptr;
+  if (!FVstTimeInfo) FVstTimeInfo = new TVstTimeInfo();
+  *FVstTimeInfo = TVstTimeInfo{};
+  FVstTimeInfo->SampleRate = 44100.0;
+  FVstTimeInfo->TimeSigNumerator = 4;
+  FVstTimeInfo->TimeSigDenominator = 4;
+  FVstTimeInfo->SmpteFrameRate = 1;
+}
+
+TSRVSTHost::~TSRVSTHost() {
+  BeginDestroy();
+  Close();
+  if (FTimeInfoLow)
+    Platform::FreeLowMemory(FVstTimeInfo, kTimeInfoBytes);
+  else
+    delete FVstTimeInfo;
+}
+
+TPWBasicPin* TSRVSTHost::CreateInputPin(size_t Index) {
+  return new TSRPWQueuedAudioSinkPin(*this, "Input " + std::to_string(Index + 1));
+}
+
+TPWBasicPin* TSRVSTHost::CreateOutputPin(size_t Index) {
+  return new TSRPWAudioSourcePin(*this, "Output " + std::to_string(Index + 1));
+}
+
+// ---- library life -------------------------------------------------------------------
+
+std::string TSRVSTHost::GetFileName() const {
+  TLockGuard G(GetLock());
+  return FFileName;
+}
+
+void TSRVSTHost::SetFileName(const std::string& Value) {
+  {
+    TLockGuard G(GetLock());
+    if (Value == FFileName) return;
+    FFileName = Value;
+  }
+  FileNameChanged();
+}
+
+void TSRVSTHost::FileNameChanged() {
+  TLockGuard G(GetLock());
+  const bool WasLoaded = FModule != nullptr;
+  Close();
+  Open();
+  if (!WasLoaded) Close();
+}
+
+bool TSRVSTHost::GetOpened() const { return FEffect.load() != nullptr; }
+PVSTEffect TSRVSTHost::GetEffect() const { return FEffect.load(); }
+
+bool TSRVSTHost::Open() {
+  if (FEffect.load()) return true;
+  TLockGuard G(GetLock());
+  const bool Result = IntOpen();
+  if (Result) {
+    VstDispatch(effOpen, 0, 0, nullptr, 0.0f);
+    PopulateParams();
+    PopulatePinNames();
+    UpdateBypass();
+  }
+  return Result;
+}
+
+bool TSRVSTHost::IntOpen() {
+  if (FModule) return true;
+  return LoadPlugIn(FFileName);
+}
+
+bool TSRVSTHost::LoadPlugIn(const std::string& FileName) {
+  TLockGuard G(GetLock());
+  Close();
+  if (FileName.empty()) return false;
+  if (!Platform::FileExists(FileName)) {
+    Error("File " + FileName + " does not exist", -1);
+    return false;
+  }
+  FModule = KBLoadLibrary(this, FileName, OnError);
+  if (!FModule) return false;
+  // "main" first, "VSTPluginMain" only when it is absent.
+  FEntry = reinterpret_cast<TMainProc>(KBGetProcAddress(FModule, "main"));
+  if (!FEntry) FEntry = reinterpret_cast<TMainProc>(KBGetProcAddress(FModule, "VSTPluginMain"));
+  if (!FEntry) {
+    Close();
+    return false;
+  }
+  PVSTEffect Effect = nullptr;
+  {
+    std::lock_guard<std::mutex> Loader(GLoaderLock);
+    GLoadingHost = this;
+    Platform::ResetFloatingPointControlWord();
+    try {
+      Effect = FEntry(&TSRVSTHost::HostCallback);
+    } catch (...) {
+      Effect = nullptr;
+    }
+    Platform::ResetFloatingPointControlWord();
+    GLoadingHost = nullptr;
+  }
+  if (!Effect) {
+    Close();
+    return false;
+  }
+  Effect->User = this;
+  FEffect = Effect;
+  if (OnLoaded) OnLoaded(this);
+  return true;
+}
+
+void TSRVSTHost::Close() {
+  TLockGuard G(GetLock());
+  if (!FModule) return;
+  VstDispatch(effClose, 0, 0, nullptr, 0.0f);
+  KBFreeLibrary(FModule);
+  FModule = nullptr;
+  FEffect = nullptr;
+  FEntry = nullptr;
+}
+
+// ---- dispatch -------------------------------------------------------------------------
+
+int32_t TSRVSTHost::VstDispatch(TDispatcherOpcode Opcode, int32_t Index, int32_t Value, void* Ptr, float Opt) {
+  PVSTEffect Effect = FEffect.load();
+  if (!Effect || !Effect->Dispatcher) return 0;
+  Platform::ResetFloatingPointControlWord();
+  return static_cast<int32_t>(Effect->Dispatcher(Effect, Opcode, Index, Value, Ptr, Opt));
+}
+
+int32_t TSRVSTHost::PlugInDispatch(int32_t Opcode, int32_t Index, int32_t Value, void* Ptr, float Opt) {
+  return VstDispatch(static_cast<TDispatcherOpcode>(Opcode), Index, Value, Ptr, Opt);
+}
+
+int32_t TSRVSTHost::Identify() { return VstDispatch(effIdentify); }
+
+// ---- what the plug-in is --------------------------------------------------------------
+
+#define QV_EFFECT_FIELD(Name, Field)          \
+  int32_t TSRVSTHost::Name() const {          \
+    PVSTEffect E = FEffect.load();            \
+    return E ? E->Field : 0;                  \
+  }
+QV_EFFECT_FIELD(GetNumInputs, numInputs)
+QV_EFFECT_FIELD(GetNumOutputs, numOutputs)
+QV_EFFECT_FIELD(GetNumParams, numParams)
+QV_EFFECT_FIELD(GetNumPrograms, numPrograms)
+QV_EFFECT_FIELD(GetUniqueID, UniqueID)
+QV_EFFECT_FIELD(GetVersion, Version)
+QV_EFFECT_FIELD(GetInitialDelay, InitialDelay)
+#undef QV_EFFECT_FIELD
+
+TEffFlags TSRVSTHost::GetEffectFlags() const {
+  PVSTEffect E = FEffect.load();
+  return E ? E->EffectFlags : TEffFlags();
+}
+
+TSRVSTPlugInSuports TSRVSTHost::GetPlugInSuports() {
+  TSRVSTPlugInSuports Result;
+  const uint32_t Flags = GetEffectFlags().Mask();
+  for (int M = 0; M < 18; ++M) {
+    const int Bit = kSuportFlagBits[M];
+    if (Bit <= 15 && (Flags >> Bit & 1u)) Result.Include(static_cast<TSRVSTPlugInSuportFlag>(M));
+  }
+  for (int M = 10; M < 18; ++M) {
+    char Text[64];
+    CopyToPlugIn(kPlugInCanDoTexts[M - 10], Text, sizeof(Text));
+    if (VstDispatch(effCanDo, 0, 0, Text, 0.0f) == 1) Result.Include(static_cast<TSRVSTPlugInSuportFlag>(M));
+  }
+  return Result;
+}
+
+// Asks the plug-in for a text into a zeroed buffer larger than it may write.
+std::string TSRVSTHost::GetEffectString(TDispatcherOpcode Opcode, int32_t Index, size_t Room) {
+  if (!FEffect.load()) return {};
+  std::vector<char> Text(std::max<size_t>(Room, 256) + 1, '\0');
+  VstDispatch(Opcode, Index, 0, Text.data(), 0.0f);
+  Text.back() = '\0';
+  return std::string(Text.data());
+}
+
+std::string TSRVSTHost::GetEffectName() { return GetEffectString(effGetEffectName, 0, 64); }
+std::string TSRVSTHost::GetVendorString() { return GetEffectString(effGetVendorString, 0, 64); }
+std::string TSRVSTHost::GetProductString() { return GetEffectString(effGetProductString, 0, 64); }
+int32_t TSRVSTHost::GetVendorVersion() { return VstDispatch(effGetVendorVersion); }
+int32_t TSRVSTHost::GetVstVersion() { return VstDispatch(effGetVstVersion); }
+int32_t TSRVSTHost::GetPlugCategory() { return VstDispatch(effGetPlugCategory); }
+int32_t TSRVSTHost::GetTailSize() { return VstDispatch(effGetTailSize); }
+
+int32_t TSRVSTHost::PlugInCanDo(const std::string& Text) {
+  std::vector<char> Copy(Text.begin(), Text.end());
+  Copy.push_back('\0');
+  return VstDispatch(effCanDo, 0, 0, Copy.data(), 0.0f);
+}
+
+std::string TSRVSTHost::GetParameterName(int32_t Index) {
+  if (Index < 0 || Index >= GetNumParams()) return {};
+  return GetEffectString(effGetParamName, Index, 64);
+}
+std::string TSRVSTHost::GetParameterLabel(int32_t Index) {
+  if (Index < 0 || Index >= GetNumParams()) return {};
+  return GetEffectString(effGetParamLabel, Index, 64);
+}
+std::string TSRVSTHost::GetParameterDisplay(int32_t Index) {
+  if (Index < 0 || Index >= GetNumParams()) return {};
+  return GetEffectString(effGetParamDisplay, Index, 64);
+}
+
+float TSRVSTHost::GetParameter(int32_t Index) {
+  PVSTEffect E = FEffect.load();
+  if (!E || !E->GetParameter || Index < 0 || Index >= E->numParams) return 0.0f;
+  Platform::ResetFloatingPointControlWord();
+  return E->GetParameter(E, Index);
+}
+
+void TSRVSTHost::SetParameter(int32_t Index, float Value) {
+  PVSTEffect E = FEffect.load();
+  if (!E || !E->SetParameter || Index < 0 || Index >= E->numParams) return;
+  Platform::ResetFloatingPointControlWord();
+  E->SetParameter(E, Index, Value);
+}
+
+bool TSRVSTHost::CanBeAutomated(int32_t Index) {
+  if (Index < 0 || Index >= GetNumParams()) return false;
+  return VstDispatch(effCanBeAutomated, Index) == 1;
+}
+
+int32_t TSRVSTHost::GetProgram() { return VstDispatch(effGetProgram); }
+
+void TSRVSTHost::SetProgram(int32_t Index) {
+  if (Index < 0 || Index >= GetNumPrograms()) return;
+  VstDispatch(effSetProgram, 0, Index);
+}
+
+std::string TSRVSTHost::GetProgramName() { return GetEffectString(effGetProgramName, 0, 64); }
+
+std::string TSRVSTHost::GetProgramNameIndexed(int32_t Index) {
+  if (Index < 0 || Index >= GetNumPrograms()) return {};
+  return GetEffectString(effGetProgramNameIndexed, Index, 64);
+}
+
+void TSRVSTHost::PopulateParams() {
+  const int32_t N = std::max(GetNumParams(), 0);
+  FParamNames.assign(static_cast<size_t>(N), std::string());
+  for (int32_t I = 0; I < N; ++I) FParamNames[static_cast<size_t>(I)] = GetParameterName(I);
+}
+
+// One pin per plug-in channel, captioned by the plug-in's pin properties
+// when it gives them ("Input 1" ... otherwise).
+void TSRVSTHost::PopulatePinNames() {
+  const size_t In = static_cast<size_t>(std::max(GetNumInputs(), 0));
+  const size_t Out = static_cast<size_t>(std::max(GetNumOutputs(), 0));
+  GetInputPins().SetCount(In);
+  GetOutputPins().SetCount(Out);
+  for (size_t Pass = 0; Pass < 2; ++Pass) {
+    TPWPinList& Pins = Pass == 0 ? GetInputPins() : GetOutputPins();
+    for (size_t I = 0, N = Pins.Count(); I < N; ++I) {
+      TVstPinProperties Props{};
+      std::string Name = (Pass == 0 ? "Input " : "Output ") + std::to_string(I + 1);
+      if (VstDispatch(Pass == 0 ? effGetInputProperties : effGetOutputProperties, static_cast<int32_t>(I), 0, &Props,
+                      0.0f) == 1) {
+        Props.Caption[sizeof(Props.Caption) - 1] = '\0';
+        if (Props.Caption[0]) Name = Props.Caption;
+      }
+      if (TPWBasicPin* Pin = Pins.Get(I)) Pin->SetName(Name);
+    }
+  }
+}
+
+// Plug-ins that do not claim "bypass" are not sent effSetBypass: some
+// released plug-ins crash on a message they never expected.
+void TSRVSTHost::UpdateBypass() {
+  if (!FEffect.load() || PlugInCanDo("bypass") != 1) return;
+  VstDispatch(effSetBypass, 0, FBypass ? 1 : 0, nullptr, 0.0f);
+}
+
+void TSRVSTHost::UpdatePanLawType() {
+  switch (FPanLawType) {
+    case TSRVSTPanLawType::vstkCurrent: break;
+    case TSRVSTPanLawType::vstkLinearPanLaw: VstDispatch(effSetPanLaw, 0, kLinearPanLaw, nullptr, 0.0f); break;
+    case TSRVSTPanLawType::vstkEqualPowerPanLaw:
+      VstDispatch(effSetPanLaw, 0, kEqualPowerPanLaw, nullptr, 0.0f);
+      break;
+  }
+}
+
+// ---- properties -----------------------------------------------------------------------
+
+#define QV_PROPERTY(Type, Name, Field)          \
+  Type TSRVSTHost::Get##Name() const {          \
+    TLockGuard G(GetLock());                    \
+    return Field;                               \
+  }                                             \
+  void TSRVSTHost::Set##Name(Type Value) {      \
+    TLockGuard G(GetLock());                    \
+    Field = Value;                              \
+  }
+QV_PROPERTY(int32_t, HostVstVersion, FHostVstVersion)
+QV_PROPERTY(int32_t, HostVendorVersion, FHostVendorVersion)
+QV_PROPERTY(TSRVSTHostLanguage, HostLanguage, FHostLanguage)
+QV_PROPERTY(TSRVSTHostSupports, HostSuports, FHostSuports)
+QV_PROPERTY(float, HostTempo, FHostTempo)
+QV_PROPERTY(int32_t, NumberAutomatable, FNumberAutomatable)
+QV_PROPERTY(bool, AutoIdle, FAutoIdle)
+QV_PROPERTY(int32_t, InputLatency, FInputLatency)
+QV_PROPERTY(int32_t, OutputLatency, FOutputLatency)
+QV_PROPERTY(TSRVSTPrecision, Precision, FPrecision)
+#undef QV_PROPERTY
+
+std::string TSRVSTHost::GetHostVendorString() const {
+  TLockGuard G(GetLock());
+  return FHostVendorString;
+}
+void TSRVSTHost::SetHostVendorString(const std::string& Value) {
+  TLockGuard G(GetLock());
+  FHostVendorString = Value;
+}
+std::string TSRVSTHost::GetHostProductString() const {
+  TLockGuard G(GetLock());
+  return FHostProductString;
+}
+void TSRVSTHost::SetHostProductString(const std::string& Value) {
+  TLockGuard G(GetLock());
+  FHostProductString = Value;
+}
+
+int32_t TSRVSTHost::GetParameterQuantization(int32_t) const {
+  TLockGuard G(GetLock());
+  return FParameterQuantization;
+}
+void TSRVSTHost::SetParameterQuantization(int32_t Value) {
+  TLockGuard G(GetLock());
+  FParameterQuantization = Value;
+}
+
+TSRVSTPanLawType TSRVSTHost::GetPanLawType() const {
+  TLockGuard G(GetLock());
+  return FPanLawType;
+}
+void TSRVSTHost::SetPanLawType(TSRVSTPanLawType Value) {
+  TLockGuard G(GetLock());
+  FPanLawType = Value;
+  UpdatePanLawType();
+}
+
+bool TSRVSTHost::GetBypass() const {
+  TLockGuard G(GetLock());
+  return FBypass;
+}
+void TSRVSTHost::SetBypass(bool Value) {
+  TLockGuard G(GetLock());
+  if (FBypass == Value) return;
+  FBypass = Value;
+  UpdateBypass();
+}
+
+bool TSRVSTHost::GetDoublePrecision() const {
+  TLockGuard G(GetLock());
+  return FDoublePrecision;
+}
+
+double TSRVSTHost::GetOutputSampleRate() const {
+  TLockGuard G(GetLock());
+  return FOutputSampleRate;
+}
+void TSRVSTHost::SetOutputSampleRate(float Value) {
+  TLockGuard G(GetLock());
+  FOutputSampleRate = Value;
+}
+
+bool TSRVSTHost::GetWantsMidi() const { return FWantMidi.load(); }
+
+bool TSRVSTHost::GetMasterCanDo(const std::string& Text) const {
+  const TSRVSTHostSupports Supports = GetHostSuports();
+  for (int I = 0; I < 18; ++I)
+    if (Text == kHostCanDoNames[I]) return Supports.Contains(static_cast<TSRVSTHostSupportsFlag>(I));
+  return false;
+}
+
+// audioMasterTempoAt answers beats per minute times 10000.
+int32_t TSRVSTHost::GetTempoAnswer() const {
+  return static_cast<int32_t>(std::lround(static_cast<double>(GetHostTempo()) * 10000.0));
+}
+
+bool TSRVSTHost::GetIsPinConnected(int32_t Index, bool Input) {
+  TPWPinList& Pins = Input ? GetInputPins() : GetOutputPins();
+  if (Index < 0 || static_cast<size_t>(Index) >= Pins.Count()) return false;
+  TPWBasicPin* Pin = Pins.Get(static_cast<size_t>(Index));
+  return Pin && Pin->IsConnected();
+}
+
+std::string TSRVSTHost::GetMasterGetDirectory() const {
+  const std::string File = GetFileName();
+  const size_t Slash = File.find_last_of("/\\");
+  return Slash == std::string::npos ? std::string() : File.substr(0, Slash + 1);
+}
+
+void TSRVSTHost::SetTimeInfo(TVstTimeInfoFlags Flags, const TVstTimeInfo* Info) {
+  TLockGuard G(GetLock());
+  using F = TVstTimeInfoFlag;
+  if (Info) {
+    if (Flags.Contains(F::kVstNanosValid)) FVstTimeInfo->NanoSeconds = Info->NanoSeconds;
+    if (Flags.Contains(F::kVstPpqPosValid)) FVstTimeInfo->ppqPos = Info->ppqPos;
+    if (Flags.Contains(F::kVstTempoValid)) FVstTimeInfo->Tempo = Info->Tempo;
+    if (Flags.Contains(F::kVstBarsValid)) FVstTimeInfo->BarStartPos = Info->BarStartPos;
+    if (Flags.Contains(F::kVstCyclePosValid)) {
+      FVstTimeInfo->CycleStartPos = Info->CycleStartPos;
+      FVstTimeInfo->CycleEndPos = Info->CycleEndPos;
+    }
+    if (Flags.Contains(F::kVstTimeSigValid)) {
+      FVstTimeInfo->TimeSigNumerator = Info->TimeSigNumerator;
+      FVstTimeInfo->TimeSigDenominator = Info->TimeSigDenominator;
+    }
+    if (Flags.Contains(F::kVstSmpteValid)) {
+      FVstTimeInfo->SmpteOffset = Info->SmpteOffset;
+      FVstTimeInfo->SmpteFrameRate = Info->SmpteFrameRate;
+    }
+    if (Flags.Contains(F::kVstClockValid)) FVstTimeInfo->SamplesToNextClock = Info->SamplesToNextClock;
+  }
+  FVstTimeInfo->Flags = Flags;
+}
+
+// ---- power, idle, events ----------------------------------------------------------------
+
+void TSRVSTHost::Resume() { VstDispatch(effMainsChanged, 0, 1, nullptr, 0.0f); }
+// Sends the same value as Resume: kept as the component always did.
+void TSRVSTHost::Suspend() { VstDispatch(effMainsChanged, 0, 1, nullptr, 0.0f); }
+
+void TSRVSTHost::Idle() {
+  // Editors are idled while one is open; without an editor window there is
+  // nothing to idle.
+}
+
+int32_t TSRVSTHost::ProcessEvents(const TVstEvents& Events) {
+  return VstDispatch(effProcessEvents, 0, 0, const_cast<TVstEvents*>(&Events), 0.0f);
+}
+
+void TSRVSTHost::DoMasterIdle() { Idle(); }
+void TSRVSTHost::DoWantMidi() { FWantMidi = true; }
+
+void TSRVSTHost::DoIOChanged(PVSTEffect Effect) {
+  // The new shape takes effect on the pins now when no stream runs, else at
+  // the next stream start; the running stream keeps the channel arrays it
+  // was started with.
+  if (!IsStreaming()) {
+    TLockGuard G(GetLock());
+    PopulatePinNames();
+  }
+  if (OnIOChanged) OnIOChanged(this);
+}
+
+void TSRVSTHost::DoNeedIdle() {
+  if (GetAutoIdle()) Idle();
+  if (OnNeedIdle) OnNeedIdle(this);
+}
+
+void TSRVSTHost::DoSizeWindow(int32_t Width, int32_t Height) {
+  if (!OnSizeWindow) return;
+  std::string Vendor = GetVendorString();
+  std::transform(Vendor.begin(), Vendor.end(), Vendor.begin(),
+                 [](unsigned char C) { return static_cast<char>(std::toupper(C)); });
+  // These two vendors' editors resize themselves; their requests are ignored.
+  if (Vendor.find("DASH") != std::string::npos || Vendor.find("WUSIK") != std::string::npos) return;
+  OnSizeWindow(this, Width, Height);
+}
+
+void TSRVSTHost::DoUpdateDisplay() {
+  if (OnUpdateDisplay) OnUpdateDisplay(this);
+}
+
+int32_t TSRVSTHost::DoBeginEdit(int32_t Index) {
+  bool Handled = false;
+  if (OnBeginEdit) OnBeginEdit(this, Index, Handled);
+  return Handled ? 1 : 0;
+}
+
+int32_t TSRVSTHost::DoEndEdit(int32_t Index) {
+  bool Handled = false;
+  if (OnEndEdit) OnEndEdit(this, Index, Handled);
+  return Handled ? 1 : 0;
+}
+
+// ---- the host callback ----------------------------------------------------------------------
+
+intptr_t TSRVSTHost::HostCallback(PVSTEffect Effect, int32_t Opcode, int32_t Index, intptr_t Value, void* Ptr,
+                                  float Opt) noexcept {
+  TSRVSTHost* Host = nullptr;
+  if (Effect && Effect->User) Host = static_cast<TSRVSTHost*>(Effect->User);
+  if (!Host) Host = GLoadingHost.load();
+  if (!Host) return 0;
+  Platform::ResetFloatingPointControlWord();
+  try {
+    if (Opcode == audioMasterGetTime) {
+      // The record lives below 2 GB, so its 32-bit answer is its address.
+      const intptr_t Address = reinterpret_cast<intptr_t>(Host->GetVstTimeInfoPtr());
+      return Host->FTimeInfoLow ? static_cast<intptr_t>(static_cast<int32_t>(Address)) : Address;
+    }
+    return static_cast<intptr_t>(Host->HandleCallback(Effect, Opcode, Index, Value, Ptr, Opt));
+  } catch (...) {
+    return 0;
+  }
+}
+
+int32_t TSRVSTHost::HandleCallback(PVSTEffect Effect, int32_t Opcode, int32_t Index, intptr_t Value, void* Ptr,
+                                   float Opt) {
+  switch (Opcode) {
+    case audioMasterAutomate: DoMasterAutomate(Index, static_cast<int32_t>(Value)); return 0;
+    case audioMasterVersion: return GetHostVstVersion();
+    case audioMasterCurrentId: Identify(); return 0;
+    case audioMasterIdle: DoMasterIdle(); return 0;
+    case audioMasterPinConnected: GetIsPinConnected(Index, Value == 0); return 0;
+    case audioMasterWantMidi: DoWantMidi(); return 0;
+    case audioMasterProcessEvents:
+      if (Ptr && OnPlugInEvents) OnPlugInEvents(this, *static_cast<const TVstEvents*>(Ptr));
+      return 0;
+    case audioMasterSetTime:
+      SetTimeInfo(TVstTimeInfoFlags::FromMask(static_cast<uint32_t>(Value) & 0xFFFFu),
+                  static_cast<const TVstTimeInfo*>(Ptr));
+      return 0;
+    case audioMasterTempoAt: return GetTempoAnswer();
+    case audioMasterGetNumAutomatableParameters: return GetNumberAutomatable();
+    case audioMasterGetParameterQuantization: return GetParameterQuantization(static_cast<int32_t>(Value));
+    case audioMasterIOChanged: DoIOChanged(Effect); return 0;
+    case audioMasterNeedIdle: DoNeedIdle(); return 0;
+    case audioMasterSizeWindow: DoSizeWindow(Index, static_cast<int32_t>(Value)); return 0;
+    case audioMasterGetSampleRate: return static_cast<int32_t>(std::lround(FFormat.GetSampleRate()));
+    case audioMasterGetBlockSize: return GetBlockSize();
+    case audioMasterGetInputLatency: return GetInputLatency();
+    case audioMasterGetOutputLatency: return GetOutputLatency();
+    case audioMasterWillReplaceOrAccumulate: return 1;
+    case audioMasterGetCurrentProcessLevel: return 2;
+    case audioMasterGetAutomationState: return 4;
+    case audioMasterSetOutputSampleRate: SetOutputSampleRate(Opt); return 0;
+    case audioMasterGetSpeakerArrangement: return GetOutputSpeakerArrangement();
+    case audioMasterGetVendorString: CopyToPlugIn(GetHostVendorString(), Ptr, 64); return 0;
+    case audioMasterGetProductString: CopyToPlugIn(GetHostProductString(), Ptr, 64); return 0;
+    case audioMasterCanDo:
+      // Evaluated, but the plug-in is answered 0 whatever the host claims.
+      if (Ptr) GetMasterCanDo(std::string(static_cast<const char*>(Ptr)));
+      return 0;
+    case audioMasterGetLanguage: return static_cast<int32_t>(GetHostLanguage());
+    case audioMasterOpenWindow: DoOpenWindow(Ptr); return 0;
+    case audioMasterCloseWindow: DoCloseWindow(Ptr); return 0;
+    case audioMasterGetDirectory: GetMasterGetDirectory(); return 0;
+    case audioMasterUpdateDisplay: DoUpdateDisplay(); return 1;
+    case audioMasterBeginEdit: return DoBeginEdit(Index);
+    case audioMasterEndEdit: return DoEndEdit(Index);
+    case audioMasterOpenFileSelector: return DoOpenFileSelector(Ptr);
+    case audioMasterCloseFileSelector: return DoCloseFileSelector(Ptr);
+    default: return 0;
+  }
+}
+
+// ---- audio --------------------------------------------------------------------------------------
+
+void TSRVSTHost::StreamStarted() {
+  Open();
+  const size_t B = static_cast<size_t>(std::max(GetBlockSize(), 1));
+  PVSTEffect E = FEffect.load();
+  const size_t NumIn = E ? static_cast<size_t>(std::max(E->numInputs, 0)) : 0;
+  const size_t NumOut = E ? static_cast<size_t>(std::max(E->numOutputs, 0)) : 0;
+  FStreamBlock = B;
+  FInBlocks.assign(NumIn, {});
+  FOutBlocks.assign(NumOut, {});
+  FInAddrs.assign(NumIn, nullptr);
+  FOutAddrs.assign(NumOut, nullptr);
+  FWorkBuffer = TSRAudioBuffer::Create(1, B, FFormat.GetBits(), FFormat.GetSampleRate());
+  for (size_t I = 0; I < NumIn; ++I) {
+    FInBlocks[I] = TWBBlockBuffer::Create(B * 8, 0);
+    FInAddrs[I] = FInBlocks[I]->GetData();
+  }
+  for (size_t I = 0; I < NumOut; ++I) {
+    FOutBlocks[I] = TWBBlockBuffer::Create(B * 8, 0);
+    FOutAddrs[I] = FOutBlocks[I]->GetData();
+  }
+  FDoublePrecision = false;
+  if (FPrecision == TSRVSTPrecision::vstp32) {
+    VstDispatch(effSetProcessPrecision, 0, pp32, nullptr, 0.0f);
+  } else if (GetEffectFlags().Contains(TEffFlag::effFlagsCanDoubleReplacing)) {
+    FDoublePrecision = VstDispatch(effSetProcessPrecision, 0, pp64, nullptr, 0.0f) != 0;
+  }
+  UpdatePanLawType();
+  const double Rate = FFormat.GetSampleRate();
+  {
+    // A fresh transport: playing from sample 0 at the host's tempo.
+    using F = TVstTimeInfoFlag;
+    FVstTimeInfo->SampleRate = Rate;
+    FVstTimeInfo->SamplePos = 0.0;
+    FVstTimeInfo->ppqPos = 0.0;
+    FVstTimeInfo->Tempo = FHostTempo;
+    FVstTimeInfo->Flags = TVstTimeInfoFlags{F::kVstTransportChanged, F::kVstTransportPlaying, F::kVstPpqPosValid,
+                                            F::kVstTempoValid, F::kVstTimeSigValid};
+  }
+  VstDispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(Rate));
+  VstDispatch(effSetBlockSize, 0, static_cast<int32_t>(B), nullptr, 0.0f);
+  VstDispatch(effSetBlockSizeAndSampleRate, 0, static_cast<int32_t>(B), nullptr, static_cast<float>(Rate));
+  if (GetEnabled()) Resume();
+}
+
+void TSRVSTHost::IntStop() {
+  // The scratch arrays stay until the next stream start; only the working
+  // buffer goes, as in the base. The transport stops.
+  TSRBasicMultiInput::IntStop();
+  FVstTimeInfo->Flags.Exclude(TVstTimeInfoFlag::kVstTransportPlaying);
+  FVstTimeInfo->Flags.Include(TVstTimeInfoFlag::kVstTransportChanged);
+}
+
+void TSRVSTHost::CalculateSendOutput() {
+  const size_t Samples = GetCurrentBlockSize();
+  if (!FWorkBuffer || !FWorkBuffer->SetSampleCount(Samples)) return;
+  const size_t InPins = GetInputPins().CountLocked(), OutPins = GetOutputPins().CountLocked();
+  if (!GetEnabled()) {
+    for (size_t I = 0, N = std::min(InPins, OutPins); I < N; ++I) {
+      InputAt(I)->StretchLoadBuffer(*FWorkBuffer);
+      OutputAt(I)->SubmitBuffer(FWorkBuffer);
+    }
+    return;
+  }
+  ProcessBlock(std::min(Samples, FStreamBlock));
+}
+
+void TSRVSTHost::ProcessBlock(size_t Samples) {
+  PVSTEffect E = FEffect.load();
+  const size_t InPins = GetInputPins().CountLocked(), OutPins = GetOutputPins().CountLocked();
+  const unsigned Bits = FWorkBuffer->GetBits();
+  // 2^bits: a full-scale sample reaches the plug-in as +-0.5, as the
+  // component has always scaled it.
+  const double Scale = static_cast<double>(int64_t(2) << (Bits - 1));
+  const bool Double = FDoublePrecision;
+  for (size_t I = 0, N = std::min(InPins, FInAddrs.size()); I < N; ++I) {
+    InputAt(I)->StretchLoadBuffer(*FWorkBuffer);
+    if (Double)
+      LoadChannel(*FWorkBuffer, Samples, Scale, static_cast<double*>(FInAddrs[I]));
+    else
+      LoadChannel(*FWorkBuffer, Samples, Scale, static_cast<float*>(FInAddrs[I]));
+  }
+  if (E) {
+    const int32_t Frames = static_cast<int32_t>(Samples);
+    auto** Ins = reinterpret_cast<PPSingle>(FInAddrs.data());
+    auto** Outs = reinterpret_cast<PPSingle>(FOutAddrs.data());
+    Platform::ResetFloatingPointControlWord();
+    if (E->EffectFlags.Contains(TEffFlag::effFlagsCanReplacing) && E->ProcessReplacing) {
+      E->ProcessReplacing(E, Ins, Outs, Frames);
+    } else if (E->Process) {
+      for (auto& Block : FOutBlocks) std::memset(Block->GetData(), 0, Block->GetSize());
+      E->Process(E, Ins, Outs, Frames);
+    }
+  }
+  // Advance the transport past this block.
+  FVstTimeInfo->SamplePos += static_cast<double>(Samples);
+  if (FVstTimeInfo->SampleRate > 0.0)
+    FVstTimeInfo->ppqPos = FVstTimeInfo->SamplePos / FVstTimeInfo->SampleRate * FVstTimeInfo->Tempo / 60.0;
+  FVstTimeInfo->Flags.Exclude(TVstTimeInfoFlag::kVstTransportChanged);
+  for (size_t I = 0, N = std::min(OutPins, FOutAddrs.size()); I < N; ++I) {
+    const size_t NonFinite =
+        Double ? StoreChannel(static_cast<const double*>(FOutAddrs[I]), Samples, Scale, *FWorkBuffer)
+               : StoreChannel(static_cast<const float*>(FOutAddrs[I]), Samples, Scale, *FWorkBuffer);
+    if (NonFinite) FNonFinite.fetch_add(NonFinite, std::memory_order_relaxed);
+    OutputAt(I)->SubmitBuffer(FWorkBuffer);
+  }
+}
+
+}  // namespace Quorvel
