@@ -27,6 +27,8 @@ packages=(
   fonts-wine gstreamer1.0-plugins-base gstreamer1.0-plugins-good libgnutls30
   libxrender1 libxrandr2 libxi6 libxcursor1 libxinerama1 libxcomposite1
   libxfixes3 libxxf86vm1 libgl1
+  # Third-party Linux VST 2 plug-ins the host is tested against.
+  dpf-plugins-vst dragonfly-reverb-vst lsp-plugins-vst
 )
 
 missing=()
