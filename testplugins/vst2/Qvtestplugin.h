@@ -1,0 +1,126 @@
+// What the VST 2 test plug-ins share with the tests that load them: their
+// fixed answers, the record of every call a host makes into them, and the
+// C functions they export beside their entry points to read those records,
+// turn behaviour knobs and call the host back on demand.
+//
+// A test reaches these functions by loading the plug-in's file a second time
+// with the platform loader (the same module, reference counted) while a host
+// holds it, and looking the names up. The records live in the module, so all
+// effects made by one plug-in file share them.
+#pragma once
+
+#include <cstdint>
+
+#include "vst2/Srvsteffectintf.h"
+
+namespace Quorvel {
+
+// ---------------------------------------------------------------------------
+// Fixed answers.
+
+constexpr int32_t kQvTestUniqueId = FourCharToLong('Q', 'v', 'T', '2');  // main and "main"-only
+constexpr int32_t kQvTestUniqueIdMainEntry = FourCharToLong('Q', 'v', 'T', 'm');    // "both", via "main"
+constexpr int32_t kQvTestUniqueIdPluginMain = FourCharToLong('Q', 'v', 'T', 'v');   // "both", via "VSTPluginMain"
+constexpr int32_t kQvTestUniqueIdAccumulating = FourCharToLong('Q', 'v', 'T', 'a');
+constexpr int32_t kQvTestUniqueIdDouble = FourCharToLong('Q', 'v', 'T', 'd');
+constexpr int32_t kQvTestUniqueIdNull = FourCharToLong('Q', 'v', 'T', '0');
+constexpr int32_t kQvTestUniqueIdMono = FourCharToLong('Q', 'v', 'T', '1');
+constexpr int32_t kQvTestUniqueIdChunks = FourCharToLong('Q', 'v', 'T', 'c');
+
+constexpr const char* kQvTestEffectName = "Quorvel Test Plug-in";
+constexpr const char* kQvTestNullEffectName = "Quorvel Null Plug-in";
+constexpr const char* kQvTestVendor = "Quorvel";
+constexpr const char* kQvTestProduct = "Quorvel Test Fixtures";
+constexpr int32_t kQvTestVersion = 1000;  // effect record Version and effGetVendorVersion
+constexpr int32_t kQvTestVstVersion = 2400;
+constexpr int32_t kQvTestInitialDelay = 7;
+constexpr int32_t kQvTestTailSize = 100;
+constexpr int32_t kQvTestIdentify = FourCharToLong('N', 'v', 'E', 'f');
+
+// Parameters: output = input x 2 x Gain; Channel Map >= 0.5 swaps the two
+// channels; Frozen does nothing to the sound and is not automatable.
+enum TQvTestParameter : int32_t { qpGain, qpChannelMap, qpFrozen, qpCount };
+// Programs, each a set of the three values above (Gain, Channel Map, Frozen):
+// "Unity" (0.5, 0, 0), "Half" (0.25, 0, 0), "Swapped" (0.5, 1, 0), "Silent" (0, 0, 1).
+constexpr int32_t kQvTestNumPrograms = 4;
+constexpr int32_t kQvTestProgramNameLength = 24;  // characters kept of a program name
+
+// audioMasterGetTime is asked with these flags (Value) on every processed block.
+constexpr TVstTimeInfoFlags kQvTestTimeFlags{TVstTimeInfoFlag::kVstPpqPosValid,
+                                             TVstTimeInfoFlag::kVstTempoValid,
+                                             TVstTimeInfoFlag::kVstTimeSigValid};
+
+// ---------------------------------------------------------------------------
+// The record of calls. Each call into the plug-in (and each call the plug-in
+// makes into the host) takes the next record when it starts, so the order of
+// records is the order in which calls began; a call's record is complete once
+// the call returns.
+
+enum TQvTestRecordKind : int32_t {
+  qrEntry,  // an entry point ran: Opcode 0 "VSTPluginMain", 1 "main"; Result the effect
+  qrDispatch,
+  qrProcess,  // the accumulating routine
+  qrProcessReplacing,
+  qrProcessDoubleReplacing,
+  qrSetParameter,  // Index, Opt the value
+  qrGetParameter,  // Index, Opt the value answered
+  qrHostCallback,  // a call from the plug-in into the host: Result the answer
+};
+
+enum TQvTestEntry : int32_t { qeVSTPluginMain, qeMain };
+
+#pragma pack(push, 8)
+struct TQvTestRecord {
+  int32_t Kind;          // TQvTestRecordKind
+  int32_t Opcode;        // dispatcher or host-callback opcode; entry: TQvTestEntry
+  int32_t Index;
+  int32_t SampleFrames;  // process calls
+  int64_t Value;
+  int64_t Result;        // dispatcher result, host answer
+  uint64_t Ptr;          // the pointer argument's address
+  uint64_t Effect;       // the effect record's address (0 for a call without one)
+  float Opt;
+  uint32_t Thread;       // hash of the calling thread's identity
+  // Process calls: 64 when the channel blocks were read as doubles, else 32.
+  int32_t Precision;
+  // Process calls: input channels; effProcessEvents: events delivered;
+  // effSetChunk: 1 when the chunk was taken.
+  int32_t Count;
+  // Process calls: the first sample of input channels 0 and 1 as received.
+  // audioMasterGetTime: [0] SampleRate read through the answer, [1] 1 when the
+  // answer pointed at readable memory (0 for null or unreadable answers).
+  double Input[2];
+  // Texts handed in (effCanDo, effSetProgramName, effString2Parameter,
+  // audioMasterCanDo) or handed out (names, labels, displays, strings, pin
+  // captions), cut to 63 characters.
+  char Text[64];
+};
+#pragma pack(pop)
+
+constexpr int32_t kQvTestRecordCapacity = 65536;  // later records are dropped
+
+// ---------------------------------------------------------------------------
+// Exported C functions. [any thread] unless noted.
+
+// Points Records at the first record and answers how many are complete.
+using TQvTestGetRecordsFunc = int32_t (*)(const TQvTestRecord** Records);
+// Forgets every record. Only while nothing calls into the plug-in.
+using TQvTestClearRecordsFunc = void (*)();
+// Sets a behaviour knob; answers 1 for a known name, 0 otherwise. Knobs:
+//   "FixedOutput"         every output sample is this value (NaN: off, the default)
+//   "CallHostInProcess"   1 (default): audioMasterGetTime on every block; 0: not
+//   "ProgramNameIndexed"  1 (default): effGetProgramNameIndexed answers; 0: answers 0
+//   "Reset"               every knob back to its default
+using TQvTestSetOptionFunc = int32_t (*)(const char* Name, double Value);
+// Calls the host callback with these arguments for Effect (made by this
+// plug-in file) or, for a null Effect, the callback the last entry-point call
+// received; answers the host's answer (0 when there is no callback).
+using TQvTestCallHostFunc = intptr_t (*)(PVSTEffect Effect, int32_t Opcode, int32_t Index,
+                                        intptr_t Value, void* Ptr, float Opt);
+
+constexpr const char* kQvTestGetRecordsName = "QvTestGetRecords";
+constexpr const char* kQvTestClearRecordsName = "QvTestClearRecords";
+constexpr const char* kQvTestSetOptionName = "QvTestSetOption";
+constexpr const char* kQvTestCallHostName = "QvTestCallHost";
+
+}  // namespace Quorvel
