@@ -16,5 +16,8 @@ void* GetLibrarySymbol(TModuleHandle Module, const char* Name);
 void FreeCodeLibrary(TModuleHandle Module);
 // [any thread] Whether a regular file of that name exists.
 bool FileExists(const std::string& FileName);
+// [any thread] The folder of the running program, with a trailing separator
+// ("" when the system cannot tell).
+std::string GetExecutableDirectory();
 
 }  // namespace Quorvel::Platform

@@ -3,6 +3,7 @@
 
 #include <dlfcn.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -44,6 +45,19 @@ void FreeCodeLibrary(TModuleHandle Module) {
 bool FileExists(const std::string& FileName) {
   struct stat Status;
   return !FileName.empty() && stat(FileName.c_str(), &Status) == 0 && S_ISREG(Status.st_mode);
+}
+
+}  // namespace Quorvel::Platform
+
+namespace Quorvel::Platform {
+
+std::string GetExecutableDirectory() {
+  char Path[4096];
+  const ssize_t N = readlink("/proc/self/exe", Path, sizeof(Path) - 1);
+  if (N <= 0) return {};
+  const std::string File(Path, static_cast<size_t>(N));
+  const size_t Slash = File.find_last_of('/');
+  return Slash == std::string::npos ? std::string() : File.substr(0, Slash + 1);
 }
 
 }  // namespace Quorvel::Platform

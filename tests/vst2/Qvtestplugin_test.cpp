@@ -167,6 +167,12 @@ TEST(Qvtestplugin, MainPluginAnswersProcessesRecordsAndCallsBack) {
   char Name[64] = {};
   EXPECT_EQ(Dispatch(Effect, effGetProgramNameIndexed, 3, -1, Name), 1);
   EXPECT_EQ(std::string(Name), "Silent");
+  const std::string Long = "Thirty characters in this name";
+  Dispatch(Effect, effSetProgramName, 0, 0, const_cast<char*>(Long.c_str()));
+  EXPECT_EQ(Text(Effect, effGetProgramName), Long.substr(0, kQvTestProgramNameLength));
+  Lib.SetOption("ProgramNameLength", 63);
+  Dispatch(Effect, effSetProgramName, 0, 0, const_cast<char*>(Long.c_str()));
+  EXPECT_EQ(Text(Effect, effGetProgramName), Long);
 
   // Processing: unity, then half gain, then the swapping program, bypassed, and fixed output.
   GTimeInfo.SampleRate = 44100;
