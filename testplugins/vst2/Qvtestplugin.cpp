@@ -65,6 +65,7 @@ TEffFlags VariantFlags() noexcept {
 std::atomic<double> GFixedOutput{std::numeric_limits<double>::quiet_NaN()};
 std::atomic<bool> GCallHostInProcess{true};
 std::atomic<bool> GProgramNameIndexed{true};
+std::atomic<int32_t> GProgramNameLength{kQvTestProgramNameLength};
 // The callback that the latest entry-point call received.
 std::atomic<TAudioMasterCallbackFunc> GLastHost{nullptr};
 
@@ -158,8 +159,10 @@ intptr_t CallHost(TAudioMasterCallbackFunc Host, PVSTEffect Effect, int32_t Opco
 // ---------------------------------------------------------------------------
 // The plug-in object behind one effect record.
 
+constexpr int32_t kProgramNameCapacity = 64;
+
 struct TProgram {
-  char Name[kQvTestProgramNameLength + 1];
+  char Name[kProgramNameCapacity];
   float Values[qpCount];
 };
 
@@ -292,6 +295,20 @@ class TPlugin {
     if (!kNull && GCallHostInProcess.load(std::memory_order_relaxed))
       CallHost(FHost, &FEffect, audioMasterGetTime, 0, kQvTestTimeFlags.Mask(), nullptr, 0.0f);
     if (!Outputs) return;
+    if constexpr (kNull) {
+      for (int32_t C = 0; C < kChannels; ++C) {
+        if (!Outputs[C]) continue;
+        const T* In = Inputs && Inputs[C] ? Inputs[C] : nullptr;
+        if (Accumulate) {
+          for (int32_t J = 0; In && J < Frames; ++J) Outputs[C][J] += In[J];
+        } else if (In) {
+          std::memmove(Outputs[C], In, sizeof(T) * static_cast<size_t>(std::max(Frames, 0)));
+        } else {
+          std::fill(Outputs[C], Outputs[C] + std::max(Frames, 0), T(0));
+        }
+      }
+      return;
+    }
 
     const double Fixed = GFixedOutput.load(std::memory_order_relaxed);
     const bool Bypass = FBypass.load(std::memory_order_relaxed);
@@ -304,7 +321,7 @@ class TPlugin {
       for (int32_t C = 0; C < kChannels; ++C) {
         if (!Outputs[C]) continue;
         T Out;
-        if (kNull || (Bypass && std::isnan(Fixed)))
+        if (Bypass && std::isnan(Fixed))
           Out = In[C];
         else if (!std::isnan(Fixed))
           Out = static_cast<T>(Fixed);
@@ -346,14 +363,14 @@ class TPlugin {
       case effGetProgram:
         return FCurrent;
       case effSetProgramName:
-        if (Ptr) CopyText(FPrograms[FCurrent].Name, sizeof FPrograms[FCurrent].Name, static_cast<char*>(Ptr));
+        if (Ptr) CopyText(FPrograms[FCurrent].Name, ProgramNameSize(), static_cast<char*>(Ptr));
         return 0;
       case effGetProgramName:
-        Answer(FPrograms[FCurrent].Name, kQvTestProgramNameLength + 1);
+        Answer(FPrograms[FCurrent].Name, ProgramNameSize());
         return 0;
       case effGetProgramNameIndexed:
         if (!GProgramNameIndexed.load() || Index < 0 || Index >= kQvTestNumPrograms) return 0;
-        return Answer(FPrograms[Index].Name, kQvTestProgramNameLength + 1);
+        return Answer(FPrograms[Index].Name, ProgramNameSize());
       case effGetParamLabel:
         if (IsParameter) Answer(Index == qpGain ? "x" : "", 9);
         return 0;
@@ -426,6 +443,11 @@ class TPlugin {
       default:
         return 0;
     }
+  }
+
+  // Buffer size for a program name: its characters and the terminating zero.
+  static size_t ProgramNameSize() noexcept {
+    return static_cast<size_t>(std::clamp(GProgramNameLength.load(), 1, kProgramNameCapacity - 1)) + 1;
   }
 
   static intptr_t CanDo(const char* Text) noexcept {
@@ -531,7 +553,7 @@ class TPlugin {
     if (Preset) {
       if (Magic != kPresetChunkMagic || Size < intptr_t(4 + sizeof(TProgram))) return false;
       std::memcpy(&FPrograms[FCurrent], Bytes + 4, sizeof(TProgram));
-      FPrograms[FCurrent].Name[kQvTestProgramNameLength] = 0;
+      FPrograms[FCurrent].Name[kProgramNameCapacity - 1] = 0;
       LoadProgram(FCurrent);
       return true;
     }
@@ -541,7 +563,7 @@ class TPlugin {
     std::memcpy(&Current, Bytes + 8, 4);
     if (Count != kQvTestNumPrograms || Current < 0 || Current >= kQvTestNumPrograms) return false;
     std::memcpy(FPrograms, Bytes + 12, sizeof FPrograms);
-    for (TProgram& Program : FPrograms) Program.Name[kQvTestProgramNameLength] = 0;
+    for (TProgram& Program : FPrograms) Program.Name[kProgramNameCapacity - 1] = 0;
     LoadProgram(Current);
     return true;
   }
@@ -599,10 +621,14 @@ QV_EXPORT int32_t QvTestSetOption(const char* Name, double Value) noexcept {
     GCallHostInProcess.store(Value != 0);
   } else if (Is("ProgramNameIndexed")) {
     GProgramNameIndexed.store(Value != 0);
+  } else if (Is("ProgramNameLength")) {
+    GProgramNameLength.store(std::isnan(Value) ? kQvTestProgramNameLength
+                                               : static_cast<int32_t>(std::clamp(Value, 1.0, 63.0)));
   } else if (Is("Reset")) {
     GFixedOutput.store(std::numeric_limits<double>::quiet_NaN());
     GCallHostInProcess.store(true);
     GProgramNameIndexed.store(true);
+    GProgramNameLength.store(kQvTestProgramNameLength);
   } else {
     return 0;
   }

@@ -43,7 +43,7 @@ enum TQvTestParameter : int32_t { qpGain, qpChannelMap, qpFrozen, qpCount };
 // Programs, each a set of the three values above (Gain, Channel Map, Frozen):
 // "Unity" (0.5, 0, 0), "Half" (0.25, 0, 0), "Swapped" (0.5, 1, 0), "Silent" (0, 0, 1).
 constexpr int32_t kQvTestNumPrograms = 4;
-constexpr int32_t kQvTestProgramNameLength = 24;  // characters kept of a program name
+constexpr int32_t kQvTestProgramNameLength = 24;  // characters kept of a program name, by default
 
 // audioMasterGetTime is asked with these flags (Value) on every processed block.
 constexpr TVstTimeInfoFlags kQvTestTimeFlags{TVstTimeInfoFlag::kVstPpqPosValid,
@@ -110,6 +110,8 @@ using TQvTestClearRecordsFunc = void (*)();
 //   "FixedOutput"         every output sample is this value (NaN: off, the default)
 //   "CallHostInProcess"   1 (default): audioMasterGetTime on every block; 0: not
 //   "ProgramNameIndexed"  1 (default): effGetProgramNameIndexed answers; 0: answers 0
+//   "ProgramNameLength"   characters of a program name kept and handed out
+//                         (default kQvTestProgramNameLength, at most 63)
 //   "Reset"               every knob back to its default
 using TQvTestSetOptionFunc = int32_t (*)(const char* Name, double Value);
 // Calls the host callback with these arguments for Effect (made by this
