@@ -603,7 +603,9 @@ TEST(VstHost, SteadyStateBlocksAllocateNothing) {
 
 TEST(VstHost, HostsOnSeveralThreadsLoadAndProcessIndependently) {
   // Entry points are serialised process-wide; each host's callbacks reach
-  // that host through the effect record.
+  // that host through the effect record. The test holds both libraries so
+  // they stay loaded while hosts on different threads come and go.
+  TPlugInProbe Main("qvtestvst2"), Both("qvtestvst2_both");
   std::vector<std::thread> Threads;
   std::atomic<int> Good{0};
   for (int T = 0; T < 4; ++T)
