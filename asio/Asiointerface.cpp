@@ -1,0 +1,2 @@
+// Registry-level driver services and the flat wrappers over IASIO.
+#include "asio/Asiointerface.h"
