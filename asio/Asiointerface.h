@@ -1,6 +1,7 @@
 // The ASIO driver interface as the host sees it: the driver's COM interface
-// IASIO, the records and codes that cross it, and the callback record the
-// host hands to the driver.
+// IASIO, the records and codes that cross it, the callback record the host
+// hands to the driver; the services that find and open installed drivers; and
+// one flat function per driver method.
 //
 // Layouts are those of the published ASIO interface on 64-bit Windows: ASIO's
 // `long` is 32 bits (int32_t here, so Linux builds keep the same layout), and
@@ -12,8 +13,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "frame/Sraudioformat.h"
+#include "frame/Wbbuffers.h"  // TRef
 
 namespace Quorvel {
 
@@ -352,5 +356,79 @@ class IASIO {
   IASIO(const IASIO&) = default;
   IASIO& operator=(const IASIO&) = default;
 };
+
+// ---------------------------------------------------------------------------
+// Finding and opening drivers.
+//
+// Installed drivers are the sub-keys of HKEY_LOCAL_MACHINE "Software\ASIO",
+// each naming its COM class in the string value "clsid" (on systems without
+// a registry, the in-process catalogue of platform/Asiodrivers.h). Nothing
+// here raises: a missing key or value, a text that is no CLSID or a failed
+// activation all end in false, the all-zero GUID or a null driver.
+//
+// COM apartment: ASIO drivers are usually registered with ThreadingModel
+// "Apartment" and are then created only on a thread that is a single-threaded
+// COM apartment (elsewhere activation fails). These functions do not
+// initialise COM themselves, because the apartment kind belongs to the
+// thread's owner: the application calls ASIOInitializeComForThisThread (or
+// CoInitialize) on its main thread before opening drivers, as every ASIO host
+// does, and uses each driver on the thread that opened it.
+
+using IASIORef = TRef<IASIO>;
+
+// [main thread] Makes the calling thread a single-threaded COM apartment if
+// it is none yet. False when it is already multithreaded or COM failed. Does
+// nothing and answers true where there is no COM.
+bool ASIOInitializeComForThisThread();
+// [main thread] Appends the installed drivers' key names to List in the order
+// the registry enumerates them (no sorting, filtering or duplicate removal).
+// False when List is null or the root key cannot be opened; true otherwise,
+// also when there is no driver.
+bool ASIOGetDriverNames(std::vector<std::string>* List);
+// [main thread] The CLSID named by driver key Name, or the all-zero GUID.
+TGUID ASIOGetDriverIDByname(const std::string& Name);
+// [main thread] Opens the driver of key Name (see ASIOOpenDriver), or null.
+IASIORef ASIOOpenDriverByname(const std::string& Name);
+// [main thread] Creates the driver object of class Clsid in process, asking it
+// for its own CLSID as interface identifier (drivers have no other). Null on
+// failure. The result holds the reference; the driver goes when the last
+// IASIORef to it goes.
+IASIORef ASIOOpenDriver(const TGUID& Clsid);
+// True for the all-zero GUID ("no driver identifier").
+bool ASIOIsNullID(const TGUID& Id);
+
+// ---------------------------------------------------------------------------
+// One function per driver method. Each holds a reference to Driver for the
+// duration of the call and answers the method's result unchanged; none
+// interprets error codes. [the thread that opened the driver]
+// A null Driver answers ASE_NotPresent (ASIOFalse, 0 or an empty text for the
+// methods without an error code) without calling anything.
+
+TASIOBool ASIOInit(IASIO* Driver, void* SysHandle);     // SysHandle: the application's main window
+std::string ASIOGetDriverName(IASIO* Driver);           // from a 32-byte 8-bit text
+int32_t ASIOGetDriverVersion(IASIO* Driver);
+std::string ASIOGetErrorMessage(IASIO* Driver);         // from a 124-byte 8-bit text
+TASIOError ASIOStart(IASIO* Driver);
+TASIOError ASIOStop(IASIO* Driver);
+TASIOError ASIOGetChannels(IASIO* Driver, int32_t& NumInputChannels, int32_t& NumOutputChannels);
+TASIOError ASIOGetLatencies(IASIO* Driver, int32_t& InputLatency, int32_t& OutputLatency);
+TASIOError ASIOGetBufferSize(IASIO* Driver, int32_t& MinSize, int32_t& MaxSize, int32_t& PreferredSize,
+                             int32_t& Granularity);
+TASIOError ASIOCanSampleRate(IASIO* Driver, TASIOSampleRate SampleRate);
+TASIOError ASIOGetSampleRate(IASIO* Driver, TASIOSampleRate& SampleRate);
+TASIOError ASIOSetSampleRate(IASIO* Driver, TASIOSampleRate SampleRate);
+// Clocks: room for NumSources records; NumSources: in the room, out the count.
+TASIOError ASIOGetClockSources(IASIO* Driver, TASIOClockSource* Clocks, int32_t& NumSources);
+TASIOError ASIOSetClockSource(IASIO* Driver, int32_t Index);
+TASIOError ASIOGetSamplePosition(IASIO* Driver, TASIOSamples& SamplePosition, TASIOTimeStamp& TimeStamp);
+TASIOError ASIOGetChannelInfo(IASIO* Driver, TASIOChannelInfo& Info);
+// BufferInfos: NumChannels records. Callbacks must stay valid until
+// ASIODisposeBuffers (the records of Srasiocallbackentries are).
+TASIOError ASIOCreateBuffers(IASIO* Driver, TASIOBufferInfo* BufferInfos, int32_t NumChannels, int32_t BufferSize,
+                             TASIOCallbacks* Callbacks);
+TASIOError ASIODisposeBuffers(IASIO* Driver);
+TASIOError ASIOControlPanel(IASIO* Driver);
+TASIOError ASIOFuture(IASIO* Driver, int32_t Selector, void* Parameter);
+TASIOError ASIOOutputReady(IASIO* Driver);
 
 }  // namespace Quorvel
