@@ -60,6 +60,7 @@ class TTemplateWriter {
 struct TDialogState {
   const TKBDeviceListForm* Form;
   int Chosen;
+  bool Shown;
 };
 
 std::wstring Wide(const std::string& Text) {
@@ -87,10 +88,16 @@ INT_PTR CALLBACK DialogProc(HWND Window, UINT Message, WPARAM WParam, LPARAM LPa
       const int Preselected = State->Form->GetPreselectedIndex();
       if (Preselected >= 0)
         SendDlgItemMessageW(Window, TKBDeviceListForm::ListBoxId, LB_SETCURSEL, WPARAM(Preselected), 0);
-      // The hook runs once the dialog is up and inside its modal loop.
-      PostMessageW(Window, ShownMessage, 0, 0);
       return TRUE;
     }
+    case WM_SHOWWINDOW:
+      // A modal dialog becomes visible once its loop first goes idle; the
+      // hook runs after that, from inside the loop.
+      if (WParam && State && !State->Shown) {
+        State->Shown = true;
+        PostMessageW(Window, ShownMessage, 0, 0);
+      }
+      return FALSE;
     case ShownMessage: {
       TKBDeviceListForm::TShownHook Hook;
       {
@@ -139,7 +146,7 @@ int TKBDeviceListForm::RunDialog() const {
   T.Item(BS_DEFPUSHBUTTON | WS_TABSTOP, 89, 139, 50, 14, IDOK, ButtonClass, L"OK");
   T.Item(BS_PUSHBUTTON | WS_TABSTOP, 143, 139, 50, 14, IDCANCEL, ButtonClass, L"Cancel");
 
-  TDialogState State{this, -1};
+  TDialogState State{this, -1, false};
   HWND Owner = FParent ? static_cast<HWND>(FParent) : GetActiveWindow();
   const INT_PTR Result = DialogBoxIndirectParamW(GetModuleHandleW(nullptr), T.Get(), Owner, DialogProc,
                                                  reinterpret_cast<LPARAM>(&State));
