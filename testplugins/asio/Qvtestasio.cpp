@@ -356,12 +356,13 @@ class TDevice {
     if (!Counters.Running.load()) return ASE_SPNotAdvancing;
     uint64_t P, T;
     uint32_t Before, After;
+    // Sequentially consistent throughout, so a pair read while the driver
+    // thread latches a new one shows a changed sequence and is read again.
     do {
-      Before = LatchSequence.load(std::memory_order_acquire);
-      P = LatchedPosition.load(std::memory_order_relaxed);
-      T = LatchedTime.load(std::memory_order_relaxed);
-      std::atomic_thread_fence(std::memory_order_acquire);
-      After = LatchSequence.load(std::memory_order_relaxed);
+      Before = LatchSequence.load();
+      P = LatchedPosition.load();
+      T = LatchedTime.load();
+      After = LatchSequence.load();
     } while (Before != After || (Before & 1u));
     *Position = ASIOSamplesFrom(P);
     *Stamp = ASIOTimeStampFrom(T);
@@ -670,12 +671,11 @@ class TDevice {
   }
 
   void Latch(uint64_t Position) {
-    const uint32_t Sequence = LatchSequence.load(std::memory_order_relaxed);
-    LatchSequence.store(Sequence + 1, std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_release);
-    LatchedPosition.store(Position, std::memory_order_relaxed);
-    LatchedTime.store(NowNanoseconds(), std::memory_order_relaxed);
-    LatchSequence.store(Sequence + 2, std::memory_order_release);
+    const uint32_t Sequence = LatchSequence.load();
+    LatchSequence.store(Sequence + 1);
+    LatchedPosition.store(Position);
+    LatchedTime.store(NowNanoseconds());
+    LatchSequence.store(Sequence + 2);
   }
 
   // One switch of the driver thread.
