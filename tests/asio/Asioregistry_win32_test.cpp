@@ -93,34 +93,6 @@ TEST_F(AsioRegistry, KeysWithoutAUsableClassAreListedButOpenNothing) {
   EXPECT_FALSE(ASIOOpenDriver(Id));
 }
 
-TEST_F(AsioRegistry, TheTestDriverOpensByNameAndByIdentifier) {
-  const std::vector<std::string> Listed = Names();
-  for (int Slot = 0; Slot < QvTestAsioDriverCount; ++Slot) {
-    const std::string Name = QvTestAsioNames[Slot];
-    ASSERT_TRUE(Contains(Listed, Name)) << Name << " is not registered";
-    EXPECT_EQ(ASIOGetDriverIDByname(Name), QvTestAsioClsids[Slot]) << Name;
-    IASIORef ByName = ASIOOpenDriverByname(Name);
-    IASIORef ById = ASIOOpenDriver(QvTestAsioClsids[Slot]);
-    ASSERT_TRUE(ByName) << Name;
-    ASSERT_TRUE(ById) << Name;
-    EXPECT_EQ(ASIOGetDriverName(ByName.Get()), ASIOGetDriverName(ById.Get()));
-  }
-  // A device whose identifier is set opens that driver whatever its name says.
-  TSRASIODevice Device(nullptr);
-  Device.SetDeviceName(QvTestAsioNames[0]);
-  const std::string First = ASIOGetDriverName(Device.GetDevice().Get());
-  Device.SetDriverID(QvTestAsioClsids[1]);
-  const std::string Second = ASIOGetDriverName(Device.GetDevice().Get());
-  EXPECT_EQ(Second, ASIOGetDriverName(ASIOOpenDriverByname(QvTestAsioNames[1]).Get()));
-  EXPECT_NE(First, Second);
-  // An alternative takes over when the main choice does not open.
-  Device.SetDriverID(TGUID{});
-  Device.SetDeviceName("Quorvel No Such Key");
-  Device.GetAlternativeDevices().Add().SetDeviceName("Quorvel No Such Key Either");
-  Device.GetAlternativeDevices().Add().SetDeviceName(QvTestAsioNames[0]);
-  EXPECT_EQ(ASIOGetDriverName(Device.GetDevice().Get()), First);
-}
-
 TEST_F(AsioRegistry, ApartmentDriversNeedASingleThreadedApartment) {
   // Slot 0 is registered "Apartment", slot 1 "Both".
   bool ApartmentOpened = true, BothOpened = false, Changed = true;

@@ -117,6 +117,9 @@ TEST(Srasiocallbackentries, PartlyBoundEntriesAreBusyAndReleasedEntriesAnswerNot
   EXPECT_EQ(ASIOGetCallback(Callbacks, NoSwitch, NoRate, NoMessage,
                             TASIOBufferSwitchTimeInfoMethod::Bind<&TReceiver::BufferSwitchTimeInfo>(&R)), 3);
   EXPECT_EQ(Callbacks, ASIOCallbackRecord(3));
+  TReceiver Next;
+  EXPECT_EQ(Acquire(Next, Callbacks), 4);  // none of the four counts as free
+  ASIOReleaseCallback(4);
   // The unbound methods of a partly bound entry answer as if released.
   TASIOTime Time{};
   EXPECT_EQ(ASIOCallbackRecord(0)->asioMessage(kAsioSelectorSupported, 1, nullptr, nullptr), 0);
