@@ -161,7 +161,7 @@ struct TCounters {
       StartCalls{0}, StopCalls{0}, ControlPanelCalls{0}, FutureCalls{0}, OutputReadyCalls{0},
       BuffersCreated{0}, Running{0}, ThreadRunning{0}, OddThreadsRunning{0}, RequestedBufferSize{0},
       TimeInfoAnswer{-1}, StreamInputs{0}, StreamOutputs{0}, LastIndex{-1}, SampleRateChanges{0},
-      ResetRequests{0};
+      ResetRequests{0}, MessagesSent{0}, LastMessageAnswer{0};
   std::atomic<int64_t> SysHandle{0}, Switches{0}, TimeInfoSwitches{0}, OddSwitches{0}, SamplePosition{0},
       CapturedSwitches{0};
 
@@ -169,7 +169,7 @@ struct TCounters {
   void Clear() {
     for (auto* C : {&InitCalls, &CreateBuffersCalls, &DisposeBuffersCalls, &StartCalls, &StopCalls,
                     &ControlPanelCalls, &FutureCalls, &OutputReadyCalls, &RequestedBufferSize, &StreamInputs,
-                    &StreamOutputs, &SampleRateChanges, &ResetRequests})
+                    &StreamOutputs, &SampleRateChanges, &ResetRequests, &MessagesSent, &LastMessageAnswer})
       C->store(0);
     TimeInfoAnswer = -1;
     LastIndex = -1;
@@ -545,6 +545,27 @@ class TDevice {
     return -1;
   }
 
+  // A message to the host: posted to the driver thread while it runs, sent
+  // at once from the calling thread otherwise.
+  TASIOError SendMessage(int32_t Selector, int32_t Value, int32_t* Answer) {
+    std::unique_lock<std::recursive_mutex> L(StreamLock);
+    if (!Stream || !Stream->Callbacks->asioMessage) return ASE_NotPresent;
+    if (Thread.joinable()) {
+      {
+        std::lock_guard<std::mutex> W(WakeLock);
+        if (MessagePending) return ASE_InvalidMode;
+        MessagePending = true;
+        PendingSelector = Selector;
+        PendingValue = Value;
+      }
+      Wake.notify_all();
+      return ASE_OK;
+    }
+    const int32_t Result = Send(*Stream, Selector, Value);
+    if (Answer) *Answer = Result;
+    return ASE_OK;
+  }
+
   void Step(int32_t Switches) {
     {
       std::lock_guard<std::mutex> W(WakeLock);
@@ -571,6 +592,9 @@ class TDevice {
   std::condition_variable Wake;
   std::atomic<bool> StopRequested{false};
   int64_t Permits = 0;  // under WakeLock
+  bool MessagePending = false;  // under WakeLock, with the two below
+  int32_t PendingSelector = 0;
+  int32_t PendingValue = 0;
 
   std::atomic<uint32_t> LatchSequence{0};
   std::atomic<uint64_t> LatchedPosition{0}, LatchedTime{0};
@@ -611,6 +635,7 @@ class TDevice {
     }
     Wake.notify_all();
     Thread.join();
+    MessagePending = false;
     --Busy;
     Counters.ThreadRunning = 0;
     Counters.Running = 0;
@@ -704,30 +729,58 @@ class TDevice {
     }
   }
 
+  int32_t Send(TStream& S, int32_t Selector, int32_t Value) {
+    const int32_t Answer = S.Callbacks->asioMessage(Selector, Value, nullptr, nullptr);
+    Counters.LastMessageAnswer = Answer;
+    ++Counters.MessagesSent;
+    return Answer;
+  }
+
+  // Driver thread: waits until Due (nullptr: no time limit) or, with
+  // NeedPermit, for a permit it then takes, sending posted messages
+  // meanwhile. True when the thread is to end.
+  bool Wait(TStream& S, const std::chrono::steady_clock::time_point* Due, bool NeedPermit) {
+    std::unique_lock<std::mutex> W(WakeLock);
+    const auto Ready = [&] { return StopRequested.load() || MessagePending || (NeedPermit && Permits > 0); };
+    for (;;) {
+      if (Due) {
+        if (!Wake.wait_until(W, *Due, Ready)) return false;
+      } else {
+        Wake.wait(W, Ready);
+      }
+      if (StopRequested) return true;
+      if (MessagePending) {
+        MessagePending = false;
+        const int32_t Selector = PendingSelector, Value = PendingValue;
+        W.unlock();
+        Send(S, Selector, Value);
+        W.lock();
+        continue;
+      }
+      --Permits;
+      return false;
+    }
+  }
+
   void Run(TStream& S) {
     OnDriverThread = true;
     const TSwitchParams& P = S.Params;
     const std::chrono::duration<double> Period(double(S.BufferSize) / (P.Rate > 0 ? P.Rate : 1.0));
     const auto Begin = std::chrono::steady_clock::now();
-    const auto Stopping = [this] { return StopRequested.load(); };
     for (int64_t Number = 0;; ++Number) {
       if (P.MaxSwitches > 0 && Number >= P.MaxSwitches) {
-        std::unique_lock<std::mutex> W(WakeLock);
-        Wake.wait(W, Stopping);
+        Wait(S, nullptr, false);
         return;
       }
       if (P.Pacing == qvpRealTime) {
         const auto Due =
             Begin + std::chrono::duration_cast<std::chrono::steady_clock::duration>(Period * double(Number + 1));
-        std::unique_lock<std::mutex> W(WakeLock);
-        if (Wake.wait_until(W, Due, Stopping)) return;
+        if (Wait(S, &Due, false)) return;
       } else if (P.Pacing == qvpManual) {
-        std::unique_lock<std::mutex> W(WakeLock);
-        Wake.wait(W, [&] { return StopRequested.load() || Permits > 0; });
-        if (StopRequested) return;
-        --Permits;
+        if (Wait(S, nullptr, true)) return;
       } else {
-        if (StopRequested) return;
+        const auto Now = std::chrono::steady_clock::now();
+        if (Wait(S, &Now, false)) return;
         if (Number) std::this_thread::yield();
       }
       Deliver(S, Number);
@@ -914,6 +967,8 @@ int32_t QvTestAsioGetStats(int32_t Slot, TQvTestAsioStats* Stats) noexcept {
   S.CapturedSwitches = C.CapturedSwitches;
   S.SampleRateChanges = C.SampleRateChanges;
   S.ResetRequests = C.ResetRequests;
+  S.MessagesSent = C.MessagesSent;
+  S.LastMessageAnswer = C.LastMessageAnswer;
   return ASE_OK;
 }
 
@@ -921,6 +976,12 @@ int64_t QvTestAsioReadCapture(int32_t Slot, int32_t OutputChannel, void* Dest, i
   TDevice* D = Device(Slot);
   if (!D || (!Dest && MaxBytes > 0)) return -1;
   return D->ReadCapture(OutputChannel, Dest, MaxBytes);
+}
+
+int32_t QvTestAsioSendMessage(int32_t Slot, int32_t Selector, int32_t Value, int32_t* Answer) noexcept {
+  TDevice* D = Device(Slot);
+  if (!D) return ASE_InvalidParameter;
+  return D->SendMessage(Selector, Value, Answer);
 }
 
 int32_t QvTestAsioStep(int32_t Slot, int32_t Switches) noexcept {

@@ -173,7 +173,9 @@ struct TQvTestAsioStats {
   int64_t SamplePosition;        // sample position of the latest switch
   int64_t CapturedSwitches;      // output halves held by the capture
   int32_t SampleRateChanges;     // sampleRateDidChange calls made
-  int32_t ResetRequests;         // kAsioResetRequest messages sent
+  int32_t ResetRequests;         // kAsioResetRequest messages sent by qvbResetRequestOnStart
+  int32_t MessagesSent;          // messages sent for QvTestAsioSendMessage
+  int32_t LastMessageAnswer;     // the host's answer to the latest of them
 };
 
 // ---------------------------------------------------------------------------
@@ -297,6 +299,13 @@ int32_t QvTestAsioGetStats(int32_t Slot, Quorvel::TQvTestAsioStats* Stats) noexc
 // far, in the channel's sample type. Answers the bytes copied, or -1 when the
 // stream has no buffers for that channel.
 int64_t QvTestAsioReadCapture(int32_t Slot, int32_t OutputChannel, void* Dest, int64_t MaxBytes) noexcept;
+// Sends asioMessage(Selector, Value, nullptr, nullptr) to the host of the
+// current stream. While the driver thread runs, the message is posted to it
+// and sent from it as soon as it waits (one at a time: ASE_InvalidMode while
+// one is pending); its answer shows in the stats. Otherwise it is sent from
+// the calling thread before this returns, the answer in *Answer. ASE_NotPresent
+// without buffers.
+int32_t QvTestAsioSendMessage(int32_t Slot, int32_t Selector, int32_t Value, int32_t* Answer) noexcept;
 // [any thread] Manual pacing: lets the driver thread make Switches more switches.
 int32_t QvTestAsioStep(int32_t Slot, int32_t Switches) noexcept;
 // A new driver object of the slot holding one reference, without COM or the
@@ -318,6 +327,7 @@ struct TQvTestAsioApi {
   decltype(&QvTestAsioReset) Reset;
   decltype(&QvTestAsioGetStats) GetStats;
   decltype(&QvTestAsioReadCapture) ReadCapture;
+  decltype(&QvTestAsioSendMessage) Message;  // (not "SendMessage": a macro of windows.h)
   decltype(&QvTestAsioStep) Step;
   decltype(&QvTestAsioCreate) Create;
   decltype(&QvTestAsioBusyCount) BusyCount;

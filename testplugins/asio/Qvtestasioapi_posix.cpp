@@ -16,8 +16,8 @@ int32_t CanUnloadNow() { return QvTestAsioBusyCount() == 0 ? 0 : 1; }
 const TQvTestAsioApi* QvTestAsioApi() {
   static const TQvTestAsioApi Api = {
       &QvTestAsioDefaultConfig, &QvTestAsioGetConfig, &QvTestAsioSetConfig, &QvTestAsioSetFailure,
-      &QvTestAsioReset,         &QvTestAsioGetStats,  &QvTestAsioReadCapture, &QvTestAsioStep,
-      &QvTestAsioCreate,        &QvTestAsioBusyCount, &CanUnloadNow};
+      &QvTestAsioReset,         &QvTestAsioGetStats,  &QvTestAsioReadCapture, &QvTestAsioSendMessage,
+      &QvTestAsioStep,          &QvTestAsioCreate,    &QvTestAsioBusyCount,   &CanUnloadNow};
   return &Api;
 }
 

@@ -39,7 +39,8 @@ const TQvTestAsioApi* QvTestAsioApi() {
     const bool Ok = Bind(Api.DefaultConfig, "QvTestAsioDefaultConfig") && Bind(Api.GetConfig, "QvTestAsioGetConfig") &&
                     Bind(Api.SetConfig, "QvTestAsioSetConfig") && Bind(Api.SetFailure, "QvTestAsioSetFailure") &&
                     Bind(Api.Reset, "QvTestAsioReset") && Bind(Api.GetStats, "QvTestAsioGetStats") &&
-                    Bind(Api.ReadCapture, "QvTestAsioReadCapture") && Bind(Api.Step, "QvTestAsioStep") &&
+                    Bind(Api.ReadCapture, "QvTestAsioReadCapture") && Bind(Api.Message, "QvTestAsioSendMessage") &&
+                    Bind(Api.Step, "QvTestAsioStep") &&
                     Bind(Api.Create, "QvTestAsioCreate") && Bind(Api.BusyCount, "QvTestAsioBusyCount") &&
                     Bind(Api.CanUnloadNow, "DllCanUnloadNow");
     return Ok ? &Api : nullptr;

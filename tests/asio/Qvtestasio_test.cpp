@@ -65,7 +65,7 @@ struct THost {
   std::thread::id MainThread = std::this_thread::get_id();
 
   std::atomic<int32_t> Switches{0}, TimeInfoSwitches{0}, BadInputs{0}, OffMainThread{0};
-  std::atomic<int32_t> RateChanges{0}, ResetRequestsOnMain{0};
+  std::atomic<int32_t> RateChanges{0}, ResetRequestsOnMain{0}, ResyncsOffMain{0};
   std::atomic<double> ChangedRate{0};
   static constexpr int32_t MaxRecorded = 4096;
   int32_t Indices[MaxRecorded] = {};
@@ -118,9 +118,10 @@ struct THost {
   }
   static int32_t AsioMessage(int32_t Selector, int32_t, void*, double*) {
     if (Selector == kAsioSupportsTimeInfo) return Current->TimeInfoReply;
-    if (Selector == kAsioResetRequest && std::this_thread::get_id() == Current->MainThread)
-      ++Current->ResetRequestsOnMain;
-    return Selector == kAsioResetRequest ? 1 : 0;
+    const bool OnMain = std::this_thread::get_id() == Current->MainThread;
+    if (Selector == kAsioResetRequest && OnMain) ++Current->ResetRequestsOnMain;
+    if (Selector == kAsioResyncRequest && !OnMain) ++Current->ResyncsOffMain;
+    return Selector == kAsioResetRequest || Selector == kAsioResyncRequest ? 1 : 0;
   }
 
   // Creates buffers for the given (is-input, channel) pairs.
@@ -445,7 +446,7 @@ TEST_F(Qvtestasio, StopJoinsTheDriverThreadAndNoCallbackFollows) {
   EXPECT_EQ(Stats().ThreadRunning, 0);
 }
 
-TEST_F(Qvtestasio, OddBehavioursHappenOnlyWhenSwitchedOn) {
+TEST_F(Qvtestasio, OddBehavioursAndMessagesHappenOnlyWhenAsked) {
   Configure([](TQvTestAsioConfig& C) {
     C.Behaviours |= qvbAlwaysIndexZero | qvbNoTimeInfoQuery | qvbFalseRateChange | qvbResetRequestOnStart;
   });
@@ -455,11 +456,21 @@ TEST_F(Qvtestasio, OddBehavioursHappenOnlyWhenSwitchedOn) {
   EXPECT_EQ(Stats().TimeInfoAnswer, -1);
   ASSERT_EQ(D->start(), ASE_OK);
   EXPECT_EQ(Host.ResetRequestsOnMain, 1) << "the reset request comes from start itself";
+  // Messages on demand: from the driver thread while it runs (even between switches).
+  ASSERT_EQ(Api().Message(0, kAsioResyncRequest, 0, nullptr), ASE_OK);
+  ASSERT_TRUE(WaitFor([&] { return Stats().MessagesSent == 1; }));
+  EXPECT_EQ(Host.ResyncsOffMain, 1);
+  EXPECT_EQ(Stats().LastMessageAnswer, 1);
   Api().Step(0, 4);
   ASSERT_TRUE(WaitFor([&] { return Host.Switches == 4; }));
   ASSERT_TRUE(WaitFor([&] { return Host.RateChanges == 1; }));
   EXPECT_EQ(Host.ChangedRate, 44100.0);
+  EXPECT_EQ(D->stop(), ASE_OK);
+  int32_t Answer = -1;
+  ASSERT_EQ(Api().Message(0, kAsioSupportsTimeInfo, 0, &Answer), ASE_OK);
+  EXPECT_EQ(Answer, 1) << "stopped: sent from the calling thread";
   EXPECT_EQ(D->disposeBuffers(), ASE_OK);
+  EXPECT_EQ(Api().Message(0, kAsioResyncRequest, 0, &Answer), ASE_NotPresent);
   EXPECT_EQ(Host.TimeInfoSwitches, 0);
   for (int32_t N = 0; N < 4; ++N) {
     EXPECT_EQ(Host.Indices[N], 0);
