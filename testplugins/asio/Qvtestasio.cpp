@@ -791,11 +791,12 @@ class TDevice {
   // once that call has begun; the thread is never waited for (the host may
   // hold, until we return, a lock its callback needs).
   void SpawnOddSwitch(TStream& S, int32_t Index, uint64_t Position, const TSwitchParams& P) {
-    auto Entered = std::make_shared<std::atomic<bool>>(false);
+    std::shared_ptr<std::atomic<bool>> Entered;
     ++S.OddUsers;
     ++Busy;
     ++Counters.OddThreadsRunning;
     try {
+      Entered = std::make_shared<std::atomic<bool>>(false);
       std::thread([this, &S, Index, Position, P, Entered] {
         OnDriverThread = true;
         TASIOTime Time;

@@ -47,6 +47,10 @@
 //      one, on a steady clock, the first one period after start), free
 //      running, or manual (one switch per QvTestAsioStep permit).
 // After stop returns no callback comes, unless an oddity asks for one.
+// start, stop, createBuffers and disposeBuffers called from a callback (on a
+// thread of the driver) answer ASE_InvalidMode: the thread cannot wait for
+// itself. Hosts must not hold, while calling stop or disposeBuffers, a lock
+// their callbacks wait for: both wait for the driver thread to end.
 #pragma once
 
 #include <cstdint>

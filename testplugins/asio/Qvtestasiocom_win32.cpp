@@ -139,7 +139,7 @@ STDAPI DllCanUnloadNow(void) {
   return QvTestAsioBusyCount() == 0 && FactoriesAlive == 0 && ServerLocks == 0 ? S_OK : S_FALSE;
 }
 
-STDAPI DllRegisterServer(void) {
+STDAPI DllRegisterServer(void) try {
   const std::wstring Path = ModulePath();
   if (Path.empty()) return SELFREG_E_CLASS;
   for (int32_t Slot = 0; Slot < QvTestAsioDriverCount; ++Slot) {
@@ -154,13 +154,17 @@ STDAPI DllRegisterServer(void) {
       return SELFREG_E_CLASS;
   }
   return S_OK;
+} catch (...) {
+  return E_OUTOFMEMORY;
 }
 
-STDAPI DllUnregisterServer(void) {
+STDAPI DllUnregisterServer(void) try {
   bool Ok = true;
   for (int32_t Slot = 0; Slot < QvTestAsioDriverCount; ++Slot) {
     Ok = DeleteTree(HKEY_LOCAL_MACHINE, DriverKey(Slot)) && Ok;
     Ok = DeleteTree(HKEY_CLASSES_ROOT, ClassKey(Slot)) && Ok;
   }
   return Ok ? S_OK : SELFREG_E_CLASS;
+} catch (...) {
+  return E_OUTOFMEMORY;
 }
