@@ -18,10 +18,12 @@ using Detail::TKernels;
 
 namespace {
 
-// Round-to-nearest for the duration of a call, whatever the caller's thread
-// has set (a driver's thread may run with another mode); the caller's mode
-// is restored afterwards. The kernels are out-of-line calls, so the compiler
-// cannot move their arithmetic across the mode changes.
+// Round-to-nearest for the duration of a primitive's call, whatever the
+// calling thread has set; the caller's mode is restored afterwards. The
+// kernels are out-of-line calls, so the compiler cannot move their
+// arithmetic across the mode changes. (Reading the SSE control register
+// costs about as much as converting 64 samples, which is why the per-channel
+// ASIO conversions do without.)
 class TNearestRounding {
  public:
 #if QUORVEL_ASIO_CONVERT_X86
@@ -301,28 +303,26 @@ struct TSampleInfo {
   bool BigEndian;
 };
 
+constexpr TSampleInfo NotConverted = {TSampleKind::None, 0, 0, false};
+constexpr TSampleInfo Int16 = {TSampleKind::Int, 16, 2, false}, Int16Msb = {TSampleKind::Int, 16, 2, true};
+constexpr TSampleInfo Int24 = {TSampleKind::Int, 24, 3, false}, Int24Msb = {TSampleKind::Int, 24, 3, true};
+constexpr TSampleInfo Int32 = {TSampleKind::Int, 32, 4, false}, Int32Msb = {TSampleKind::Int, 32, 4, true};
+constexpr TSampleInfo Float32 = {TSampleKind::Float32, 32, 4, false}, Float32Msb = {TSampleKind::Float32, 32, 4, true};
+constexpr TSampleInfo Float64 = {TSampleKind::Float64, 32, 8, false}, Float64Msb = {TSampleKind::Float64, 32, 8, true};
+
+// By sample type value, up to ASIOSTInt32LSB24 (27); the rest are not converted.
+constexpr TSampleInfo SampleInfos[28] = {
+    Int16Msb,     Int24Msb,     Int32Msb,     Float32Msb,   Float64Msb,   NotConverted, NotConverted, NotConverted,
+    Int32Msb,     Int32Msb,     Int32Msb,     Int32Msb,     NotConverted, NotConverted, NotConverted, NotConverted,
+    Int16,        Int24,        Int32,        Float32,      Float64,      NotConverted, NotConverted, NotConverted,
+    Int32,        Int32,        Int32,        Int32,
+};
+static_assert(ASIOSTInt16MSB == 0 && ASIOSTFloat64MSB == 4 && ASIOSTInt32MSB16 == 8 && ASIOSTInt32MSB24 == 11 &&
+                  ASIOSTInt16LSB == 16 && ASIOSTFloat64LSB == 20 && ASIOSTInt32LSB16 == 24 && ASIOSTInt32LSB24 == 27,
+              "the table follows the sample type values");
+
 TSampleInfo SampleInfo(TASIOSampleType Type) noexcept {
-  switch (Type) {
-    case ASIOSTInt16LSB: return {TSampleKind::Int, 16, 2, false};
-    case ASIOSTInt24LSB: return {TSampleKind::Int, 24, 3, false};
-    case ASIOSTInt32LSB:
-    case ASIOSTInt32LSB16:
-    case ASIOSTInt32LSB18:
-    case ASIOSTInt32LSB20:
-    case ASIOSTInt32LSB24: return {TSampleKind::Int, 32, 4, false};
-    case ASIOSTFloat32LSB: return {TSampleKind::Float32, 32, 4, false};
-    case ASIOSTFloat64LSB: return {TSampleKind::Float64, 32, 8, false};
-    case ASIOSTInt16MSB: return {TSampleKind::Int, 16, 2, true};
-    case ASIOSTInt24MSB: return {TSampleKind::Int, 24, 3, true};
-    case ASIOSTInt32MSB:
-    case ASIOSTInt32MSB16:
-    case ASIOSTInt32MSB18:
-    case ASIOSTInt32MSB20:
-    case ASIOSTInt32MSB24: return {TSampleKind::Int, 32, 4, true};
-    case ASIOSTFloat32MSB: return {TSampleKind::Float32, 32, 4, true};
-    case ASIOSTFloat64MSB: return {TSampleKind::Float64, 32, 8, true};
-    default: return {TSampleKind::None, 0, 0, false};
-  }
+  return Type >= 0 && Type < 28 ? SampleInfos[Type] : NotConverted;
 }
 
 // The two scale factors differ on purpose: 32-bit floats use 2^31, 64-bit
@@ -349,32 +349,24 @@ unsigned ASIOBufferBitsForType(TASIOSampleType Type) noexcept { return SampleInf
 
 unsigned ASIODriverBytesForType(TASIOSampleType Type) noexcept { return SampleInfo(Type).DriverBytes; }
 
+// The float conversions run fused kernels that give the bytes of the
+// primitive sequences: to the driver, conversion to float, division by the
+// scale (for 2^31 a multiplication by 2^-31, which is the same) and the swap
+// of big-endian types; from the driver, the swap in place, multiplication by
+// the scale in place and the rounding conversion.
 bool ASIOConvertToDriver(TASIOSampleType Type, const void* BufferData, void* DriverHalf, int32_t N) noexcept {
   const TSampleInfo Info = SampleInfo(Type);
   if (Info.Kind == TSampleKind::None) return false;
   if (N < 1) return true;
   const Ipps::Detail::TKernels& K = Ipps::Kernels();
   const size_t Count = static_cast<size_t>(N);
-  switch (Info.Kind) {
-    case TSampleKind::Int:
-      CopyPcm(K, Info, BufferData, DriverHalf, Count);
-      break;
-    case TSampleKind::Float32: {
-      Ipps::TNearestRounding R;
-      K.Int32ToFloat(BufferData, DriverHalf, Count);
-      Ipps::DivideFloats(K, Float32Scale, DriverHalf, Count);
-      if (Info.BigEndian) K.Swap32(DriverHalf, DriverHalf, Count);
-      break;
-    }
-    case TSampleKind::Float64: {
-      Ipps::TNearestRounding R;
-      K.Int32ToDouble(BufferData, DriverHalf, Count);
-      Ipps::DivideDoubles(K, Float64Scale, DriverHalf, Count);
-      if (Info.BigEndian) K.Swap64(DriverHalf, DriverHalf, Count);
-      break;
-    }
-    case TSampleKind::None:
-      break;
+  if (Info.Kind == TSampleKind::Int) {
+    CopyPcm(K, Info, BufferData, DriverHalf, Count);
+  } else if (Info.Kind == TSampleKind::Float32) {
+    static_assert(Float32Scale == 2147483648.0f, "only a power of two divides as a multiplication");
+    K.IntToFloatScaled[Info.BigEndian](BufferData, DriverHalf, Count, 1.0f / Float32Scale);
+  } else {
+    K.IntToDoubleDivided[Info.BigEndian](BufferData, DriverHalf, Count, Float64Scale);
   }
   return true;
 }
@@ -399,26 +391,12 @@ bool ASIOConvertFromDriver(TASIOSampleType Type, void* DriverHalf, void* BufferD
   if (N < 1) return true;
   const Ipps::Detail::TKernels& K = Ipps::Kernels();
   const size_t Count = static_cast<size_t>(N);
-  switch (Info.Kind) {
-    case TSampleKind::Int:
-      CopyPcm(K, Info, DriverHalf, BufferData, Count);
-      break;
-    case TSampleKind::Float32: {
-      Ipps::TNearestRounding R;
-      if (Info.BigEndian) K.Swap32(DriverHalf, DriverHalf, Count);
-      K.MulFloat(Float32Scale, DriverHalf, Count);
-      K.FloatToInt32(DriverHalf, BufferData, Count);
-      break;
-    }
-    case TSampleKind::Float64: {
-      Ipps::TNearestRounding R;
-      if (Info.BigEndian) K.Swap64(DriverHalf, DriverHalf, Count);
-      K.MulDouble(Float64Scale, DriverHalf, Count);
-      K.DoubleToInt32(DriverHalf, BufferData, Count);
-      break;
-    }
-    case TSampleKind::None:
-      break;
+  if (Info.Kind == TSampleKind::Int) {
+    CopyPcm(K, Info, DriverHalf, BufferData, Count);
+  } else if (Info.Kind == TSampleKind::Float32) {
+    K.ScaledFloatToInt[Info.BigEndian](DriverHalf, BufferData, Count, Float32Scale);
+  } else {
+    K.ScaledDoubleToInt[Info.BigEndian](DriverHalf, BufferData, Count, Float64Scale);
   }
   return true;
 }

@@ -95,6 +95,11 @@ bool SetIppsPath(TIppsPath Path) noexcept;
 // ASIO audio device on the driver's thread ([audio thread]: no allocation,
 // no locks). N is the buffer size in samples; N < 1 converts nothing.
 //
+// They round as the thread's floating-point environment says: to nearest,
+// ties to even, in the default environment every thread starts with (and
+// then bit for bit alike on every kernel set); checking the mode on every
+// call would cost as much as converting 64 samples.
+//
 // Buffer side: the mono PCM of an audio buffer of ASIOBufferBitsForType(T)
 // bits. Float driver types travel as 32-bit integers: 32-bit floats are the
 // integer divided by 2^31 (so -2147483648 is exactly -1.0 and +1.0 saturates

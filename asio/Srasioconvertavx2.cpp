@@ -26,7 +26,14 @@ void Store128(uint8_t* P, __m128i V) { _mm_storeu_si128(reinterpret_cast<__m128i
 template <size_t Step, typename Body>
 size_t Groups(size_t N, Body&& F) {
   size_t I = 0;
-  for (; I + Step <= N; I += Step) F(I);
+  for (; I + 2 * Step <= N; I += 2 * Step) {  // two groups a round: less loop overhead
+    F(I);
+    F(I + Step);
+  }
+  if (I + Step <= N) {
+    F(I);
+    I += Step;
+  }
   return I;
 }
 
@@ -115,24 +122,22 @@ void Int32ToDouble(const void* Src, void* Dst, size_t N) {
 }
 
 // See the SSE2 kernels for the handling of NaN and of the range.
+__m256i FloatToInt32x8(__m256 X) {
+  X = _mm256_and_ps(X, _mm256_cmp_ps(X, X, _CMP_EQ_OQ));
+  const __m256i R = _mm256_cvtps_epi32(X);
+  return _mm256_xor_si256(R, _mm256_castps_si256(_mm256_cmp_ps(X, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ)));
+}
+__m128i DoubleToInt32x4(__m256d X) {
+  X = _mm256_and_pd(X, _mm256_cmp_pd(X, X, _CMP_EQ_OQ));
+  X = _mm256_max_pd(_mm256_min_pd(X, _mm256_set1_pd(2147483647.0)), _mm256_set1_pd(-2147483648.0));
+  return _mm256_cvtpd_epi32(X);
+}
 void FloatToInt32(const void* Src, void* Dst, size_t N) {
-  const __m256 Limit = _mm256_set1_ps(2147483648.0f);
-  const size_t Done = Groups<8>(N, [&](size_t I) {
-    __m256 X = LoadPs(At(Src, 4 * I));
-    X = _mm256_and_ps(X, _mm256_cmp_ps(X, X, _CMP_EQ_OQ));
-    const __m256i R = _mm256_cvtps_epi32(X);
-    Store(At(Dst, 4 * I), _mm256_xor_si256(R, _mm256_castps_si256(_mm256_cmp_ps(X, Limit, _CMP_GE_OQ))));
-  });
+  const size_t Done = Groups<8>(N, [&](size_t I) { Store(At(Dst, 4 * I), FloatToInt32x8(LoadPs(At(Src, 4 * I)))); });
   if (Done < N) Sse2Kernels.FloatToInt32(At(Src, 4 * Done), At(Dst, 4 * Done), N - Done);
 }
 void DoubleToInt32(const void* Src, void* Dst, size_t N) {
-  const __m256d Hi = _mm256_set1_pd(2147483647.0), Lo = _mm256_set1_pd(-2147483648.0);
-  const size_t Done = Groups<4>(N, [&](size_t I) {
-    __m256d X = LoadPd(At(Src, 8 * I));
-    X = _mm256_and_pd(X, _mm256_cmp_pd(X, X, _CMP_EQ_OQ));
-    X = _mm256_max_pd(_mm256_min_pd(X, Hi), Lo);
-    Store128(At(Dst, 4 * I), _mm256_cvtpd_epi32(X));
-  });
+  const size_t Done = Groups<4>(N, [&](size_t I) { Store128(At(Dst, 4 * I), DoubleToInt32x4(LoadPd(At(Src, 8 * I)))); });
   if (Done < N) Sse2Kernels.DoubleToInt32(At(Src, 8 * Done), At(Dst, 4 * Done), N - Done);
 }
 
@@ -175,9 +180,14 @@ void DivDouble(double C, void* SrcDst, size_t N) {
 // rounded quotient. It cannot be off: the error left is at most 2^-52 ulp,
 // while X / C, unless exact, lies at least 2^-33 ulp away from any halfway
 // point between doubles (C is an integer below 2^33, and an odd C never
-// puts a quotient exactly halfway). Zero, infinite and NaN products keep
-// the plain product, which is what division gives for them; the correction
-// step would lose the sign of -0 and turn infinities into NaN.
+// puts a quotient exactly halfway).
+__m256d DivideByOddInteger(__m256d X, __m256d C, __m256d Reciprocal) {
+  const __m256d Q = _mm256_mul_pd(X, Reciprocal);
+  return _mm256_fmadd_pd(_mm256_fnmadd_pd(Q, C, X), Reciprocal, Q);
+}
+// For any X: zero, infinite and NaN products keep the plain product, which
+// is what division gives for them; the correction step would lose the sign
+// of -0 and turn infinities into NaN.
 void DivDoubleByOddInteger(double C, void* SrcDst, size_t N) {
   const __m256d K = _mm256_set1_pd(C), R = _mm256_set1_pd(1.0 / C);
   const __m256d Zero = _mm256_setzero_pd(), Inf = _mm256_castsi256_pd(_mm256_set1_epi64x(0x7FF0000000000000));
@@ -186,13 +196,60 @@ void DivDoubleByOddInteger(double C, void* SrcDst, size_t N) {
     uint8_t* P = At(SrcDst, 8 * I);
     const __m256d X = LoadPd(P);
     const __m256d Q = _mm256_mul_pd(X, R);
-    const __m256d Rem = _mm256_fnmadd_pd(Q, K, X);
-    const __m256d Corrected = _mm256_fmadd_pd(Rem, R, Q);
     const __m256d A = _mm256_and_pd(Q, AbsMask);
     const __m256d Finite = _mm256_and_pd(_mm256_cmp_pd(A, Zero, _CMP_GT_OQ), _mm256_cmp_pd(A, Inf, _CMP_LT_OQ));
-    Store(P, _mm256_castpd_si256(_mm256_blendv_pd(Q, Corrected, Finite)));
+    Store(P, _mm256_castpd_si256(_mm256_blendv_pd(Q, DivideByOddInteger(X, K, R), Finite)));
   });
   if (Done < N) ScalarKernels.DivDouble(C, At(SrcDst, 8 * Done), N - Done);
+}
+
+template <bool Swapped>
+void IntToFloatScaled(const void* Src, void* Dst, size_t N, float Scale) {
+  const __m256 K = _mm256_set1_ps(Scale);
+  const __m256i Order = LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4);
+  const size_t Done = Groups<8>(N, [&](size_t I) {
+    const __m256i V = _mm256_castps_si256(_mm256_mul_ps(_mm256_cvtepi32_ps(Load(At(Src, 4 * I))), K));
+    Store(At(Dst, 4 * I), Swapped ? _mm256_shuffle_epi8(V, Order) : V);
+  });
+  if (Done < N) Sse2Kernels.IntToFloatScaled[Swapped](At(Src, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
+}
+// Integer inputs are finite and never -0, so the quotient needs no special cases.
+template <bool Swapped>
+void IntToDoubleDivided(const void* Src, void* Dst, size_t N, double Divisor) {
+  const __m256d K = _mm256_set1_pd(Divisor), R = _mm256_set1_pd(1.0 / Divisor);
+  const __m256i Order = LaneShuffle(7, 6, 5, 4, 3, 2, 1, 0);
+  const size_t Done = Groups<4>(N, [&](size_t I) {
+    const __m256d X = _mm256_cvtepi32_pd(Load128(At(Src, 4 * I)));
+    const __m256i Q = _mm256_castpd_si256(DivideByOddInteger(X, K, R));
+    Store(At(Dst, 8 * I), Swapped ? _mm256_shuffle_epi8(Q, Order) : Q);
+  });
+  if (Done < N) ScalarKernels.IntToDoubleDivided[Swapped](At(Src, 4 * Done), At(Dst, 8 * Done), N - Done, Divisor);
+}
+template <bool Swapped>
+void ScaledFloatToInt(void* SrcDst, void* Dst, size_t N, float Scale) {
+  const __m256 K = _mm256_set1_ps(Scale);
+  const __m256i Order = LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4);
+  const size_t Done = Groups<8>(N, [&](size_t I) {
+    uint8_t* P = At(SrcDst, 4 * I);
+    const __m256i V = Load(P);
+    const __m256 X = _mm256_mul_ps(_mm256_castsi256_ps(Swapped ? _mm256_shuffle_epi8(V, Order) : V), K);
+    Store(P, _mm256_castps_si256(X));
+    Store(At(Dst, 4 * I), FloatToInt32x8(X));
+  });
+  if (Done < N) Sse2Kernels.ScaledFloatToInt[Swapped](At(SrcDst, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
+}
+template <bool Swapped>
+void ScaledDoubleToInt(void* SrcDst, void* Dst, size_t N, double Scale) {
+  const __m256d K = _mm256_set1_pd(Scale);
+  const __m256i Order = LaneShuffle(7, 6, 5, 4, 3, 2, 1, 0);
+  const size_t Done = Groups<4>(N, [&](size_t I) {
+    uint8_t* P = At(SrcDst, 8 * I);
+    const __m256i V = Load(P);
+    const __m256d X = _mm256_mul_pd(_mm256_castsi256_pd(Swapped ? _mm256_shuffle_epi8(V, Order) : V), K);
+    Store(P, _mm256_castpd_si256(X));
+    Store128(At(Dst, 4 * I), DoubleToInt32x4(X));
+  });
+  if (Done < N) Sse2Kernels.ScaledDoubleToInt[Swapped](At(SrcDst, 8 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
 
 }  // namespace
@@ -201,6 +258,10 @@ const TKernels Avx2Kernels = {
     Set32,        Set64,         Swap16,       Swap24,        Swap32,   Swap64,
     Int32ToFloat, Int32ToDouble, FloatToInt32, DoubleToInt32, MulFloat, MulDouble,
     DivFloat,     DivDouble,     DivDoubleByOddInteger,
+    {IntToFloatScaled<false>, IntToFloatScaled<true>},
+    {IntToDoubleDivided<false>, IntToDoubleDivided<true>},
+    {ScaledFloatToInt<false>, ScaledFloatToInt<true>},
+    {ScaledDoubleToInt<false>, ScaledDoubleToInt<true>},
 };
 
 }  // namespace Detail

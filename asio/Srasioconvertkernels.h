@@ -5,7 +5,8 @@
 // Counts are elements and always positive. Buffers may be unaligned. A kernel
 // marked "in place" accepts Src == Dst; otherwise Src and Dst do not overlap.
 // The floating-point kernels expect round-to-nearest in the thread's
-// floating-point environment (the public functions see to it).
+// floating-point environment (the primitives see to it; the ASIO
+// conversions rely on the default environment).
 #pragma once
 
 #include <cstddef>
@@ -34,6 +35,18 @@ struct TKernels {
   // Same results as DivDouble, for C an odd integer with 3 <= |C| <= 2^32;
   // may use a reciprocal with a correction step, exact for such divisors.
   void (*DivDoubleByOddInteger)(double C, void* SrcDst, size_t N);
+
+  // The ASIO float conversions in one pass, giving the bytes of the
+  // primitive sequences they stand for. Index 1 adds the byte swap of the
+  // float side (big-endian driver types).
+  // Int32ToFloat, MulFloat(Scale), [Swap32 in place].
+  void (*IntToFloatScaled[2])(const void* Src, void* Dst, size_t N, float Scale);
+  // Int32ToDouble, DivDoubleByOddInteger(Divisor), [Swap64 in place].
+  void (*IntToDoubleDivided[2])(const void* Src, void* Dst, size_t N, double Divisor);
+  // [Swap32 in place], MulFloat(Scale) in place, FloatToInt32 into Dst.
+  void (*ScaledFloatToInt[2])(void* SrcDst, void* Dst, size_t N, float Scale);
+  // [Swap64 in place], MulDouble(Scale) in place, DoubleToInt32 into Dst.
+  void (*ScaledDoubleToInt[2])(void* SrcDst, void* Dst, size_t N, double Scale);
 };
 
 extern const TKernels ScalarKernels;

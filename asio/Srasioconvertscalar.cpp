@@ -93,6 +93,31 @@ void Div(T C, void* SrcDst, size_t N) {
   for (size_t I = 0; I < N; ++I) Put<T>(SrcDst, I, Get<T>(SrcDst, I) / C);
 }
 
+template <bool Swapped>
+void IntToFloatScaled(const void* Src, void* Dst, size_t N, float Scale) {
+  Int32ToFloat(Src, Dst, N);
+  Mul(Scale, Dst, N);
+  if (Swapped) Swap<uint32_t>(Dst, Dst, N);
+}
+template <bool Swapped>
+void IntToDoubleDivided(const void* Src, void* Dst, size_t N, double Divisor) {
+  Int32ToDouble(Src, Dst, N);
+  Div(Divisor, Dst, N);
+  if (Swapped) Swap<uint64_t>(Dst, Dst, N);
+}
+template <bool Swapped>
+void ScaledFloatToInt(void* SrcDst, void* Dst, size_t N, float Scale) {
+  if (Swapped) Swap<uint32_t>(SrcDst, SrcDst, N);
+  Mul(Scale, SrcDst, N);
+  FloatToInt32(SrcDst, Dst, N);
+}
+template <bool Swapped>
+void ScaledDoubleToInt(void* SrcDst, void* Dst, size_t N, double Scale) {
+  if (Swapped) Swap<uint64_t>(SrcDst, SrcDst, N);
+  Mul(Scale, SrcDst, N);
+  DoubleToInt32(SrcDst, Dst, N);
+}
+
 // Rounds an integral double into int32, saturating.
 int32_t SaturatedInt32(double R) {
   if (R >= 2147483647.0) return INT32_MAX;
@@ -122,6 +147,10 @@ const TKernels ScalarKernels = {
     Set32,        Set64,         Swap<uint16_t>, Swap24,      Swap<uint32_t>, Swap<uint64_t>,
     Int32ToFloat, Int32ToDouble, FloatToInt32,   DoubleToInt32, Mul<float>,   Mul<double>,
     Div<float>,   Div<double>,   Div<double>,
+    {IntToFloatScaled<false>, IntToFloatScaled<true>},
+    {IntToDoubleDivided<false>, IntToDoubleDivided<true>},
+    {ScaledFloatToInt<false>, ScaledFloatToInt<true>},
+    {ScaledDoubleToInt<false>, ScaledDoubleToInt<true>},
 };
 
 }  // namespace Detail

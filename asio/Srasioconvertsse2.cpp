@@ -27,7 +27,14 @@ __m128d LoadPd(const uint8_t* P) { return _mm_castsi128_pd(Load(P)); }
 template <size_t Step, typename Body>
 size_t Groups(size_t N, Body&& F) {
   size_t I = 0;
-  for (; I + Step <= N; I += Step) F(I);
+  for (; I + 2 * Step <= N; I += 2 * Step) {  // two groups a round: less loop overhead
+    F(I);
+    F(I + Step);
+  }
+  if (I + Step <= N) {
+    F(I);
+    I += Step;
+  }
   return I;
 }
 
@@ -119,14 +126,13 @@ void Int32ToDouble(const void* Src, void* Dst, size_t N) {
 // NaN becomes 0.0 before converting; the conversion answers 0x80000000 for
 // everything out of range, which is right below the range and turns into
 // 0x7FFFFFFF by flipping all bits where X >= 2^31.
+__m128i FloatToInt32x4(__m128 X) {
+  X = _mm_and_ps(X, _mm_cmpeq_ps(X, X));
+  const __m128i R = _mm_cvtps_epi32(X);
+  return _mm_xor_si128(R, _mm_castps_si128(_mm_cmpge_ps(X, _mm_set1_ps(2147483648.0f))));
+}
 void FloatToInt32(const void* Src, void* Dst, size_t N) {
-  const __m128 Limit = _mm_set1_ps(2147483648.0f);
-  const size_t Done = Groups<4>(N, [&](size_t I) {
-    __m128 X = LoadPs(At(Src, 4 * I));
-    X = _mm_and_ps(X, _mm_cmpeq_ps(X, X));
-    const __m128i R = _mm_cvtps_epi32(X);
-    Store(At(Dst, 4 * I), _mm_xor_si128(R, _mm_castps_si128(_mm_cmpge_ps(X, Limit))));
-  });
+  const size_t Done = Groups<4>(N, [&](size_t I) { Store(At(Dst, 4 * I), FloatToInt32x4(LoadPs(At(Src, 4 * I)))); });
   if (Done < N) ScalarKernels.FloatToInt32(At(Src, 4 * Done), At(Dst, 4 * Done), N - Done);
 }
 
@@ -179,12 +185,62 @@ void DivDouble(double C, void* SrcDst, size_t N) {
   if (Done < N) ScalarKernels.DivDouble(C, At(SrcDst, 8 * Done), N - Done);
 }
 
+template <bool Swapped>
+void IntToFloatScaled(const void* Src, void* Dst, size_t N, float Scale) {
+  const __m128 K = _mm_set1_ps(Scale);
+  const size_t Done = Groups<4>(N, [&](size_t I) {
+    const __m128i V = _mm_castps_si128(_mm_mul_ps(_mm_cvtepi32_ps(Load(At(Src, 4 * I))), K));
+    Store(At(Dst, 4 * I), Swapped ? Swap32x4(V) : V);
+  });
+  if (Done < N) ScalarKernels.IntToFloatScaled[Swapped](At(Src, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
+}
+template <bool Swapped>
+void IntToDoubleDivided(const void* Src, void* Dst, size_t N, double Divisor) {
+  const __m128d K = _mm_set1_pd(Divisor);
+  const size_t Done = Groups<2>(N, [&](size_t I) {
+    const __m128i V = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(At(Src, 4 * I)));
+    const __m128i Q = _mm_castpd_si128(_mm_div_pd(_mm_cvtepi32_pd(V), K));
+    Store(At(Dst, 8 * I), Swapped ? Swap64x2(Q) : Q);
+  });
+  if (Done < N) ScalarKernels.IntToDoubleDivided[Swapped](At(Src, 4 * Done), At(Dst, 8 * Done), N - Done, Divisor);
+}
+template <bool Swapped>
+void ScaledFloatToInt(void* SrcDst, void* Dst, size_t N, float Scale) {
+  const __m128 K = _mm_set1_ps(Scale);
+  const size_t Done = Groups<4>(N, [&](size_t I) {
+    uint8_t* P = At(SrcDst, 4 * I);
+    const __m128i V = Load(P);
+    const __m128 X = _mm_mul_ps(_mm_castsi128_ps(Swapped ? Swap32x4(V) : V), K);
+    Store(P, _mm_castps_si128(X));
+    Store(At(Dst, 4 * I), FloatToInt32x4(X));
+  });
+  if (Done < N) ScalarKernels.ScaledFloatToInt[Swapped](At(SrcDst, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
+}
+template <bool Swapped>
+void ScaledDoubleToInt(void* SrcDst, void* Dst, size_t N, double Scale) {
+  const __m128d K = _mm_set1_pd(Scale);
+  const size_t Done = Groups<4>(N, [&](size_t I) {
+    uint8_t* P = At(SrcDst, 8 * I);
+    const __m128i V0 = Load(P), V1 = Load(P + 16);
+    const __m128d X0 = _mm_mul_pd(_mm_castsi128_pd(Swapped ? Swap64x2(V0) : V0), K);
+    const __m128d X1 = _mm_mul_pd(_mm_castsi128_pd(Swapped ? Swap64x2(V1) : V1), K);
+    Store(P, _mm_castpd_si128(X0));
+    Store(P + 16, _mm_castpd_si128(X1));
+    Store(At(Dst, 4 * I), _mm_unpacklo_epi64(DoubleToInt32x2(X0), DoubleToInt32x2(X1)));
+  });
+  if (Done < N) ScalarKernels.ScaledDoubleToInt[Swapped](At(SrcDst, 8 * Done), At(Dst, 4 * Done), N - Done, Scale);
+}
+
 }  // namespace
 
 const TKernels Sse2Kernels = {
     Set32,        Set64,         Swap16,       Swap24,        Swap32,   Swap64,
     Int32ToFloat, Int32ToDouble, FloatToInt32, DoubleToInt32, MulFloat, MulDouble,
     DivFloat,     DivDouble,     DivDouble,
+    {IntToFloatScaled<false>, IntToFloatScaled<true>},
+    {IntToDoubleDivided<false>, IntToDoubleDivided<true>},
+    {ScaledFloatToInt<false>, ScaledFloatToInt<true>},
+    {ScaledDoubleToInt<false>, ScaledDoubleToInt<true>},
 };
 
 bool CpuHasAvx2AndFma() noexcept {
