@@ -1,0 +1,269 @@
+// AVX2 and FMA kernels, chosen at run time when the CPU has both. This file
+// alone is compiled for AVX2; it uses nothing but intrinsics and its own
+// internal functions, so no AVX2 copy of a shared inline function can end up
+// serving the rest of the program. Remainders shorter than a vector go to
+// the SSE2 kernels.
+#include <immintrin.h>
+
+#include <cstdint>
+
+#include "asio/Srasioconvertkernels.h"
+
+namespace Quorvel {
+namespace Ipps {
+namespace Detail {
+namespace {
+
+const uint8_t* At(const void* P, size_t Offset) { return static_cast<const uint8_t*>(P) + Offset; }
+uint8_t* At(void* P, size_t Offset) { return static_cast<uint8_t*>(P) + Offset; }
+__m256i Load(const uint8_t* P) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(P)); }
+void Store(uint8_t* P, __m256i V) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(P), V); }
+__m256 LoadPs(const uint8_t* P) { return _mm256_castsi256_ps(Load(P)); }
+__m256d LoadPd(const uint8_t* P) { return _mm256_castsi256_pd(Load(P)); }
+__m128i Load128(const uint8_t* P) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(P)); }
+void Store128(uint8_t* P, __m128i V) { _mm_storeu_si128(reinterpret_cast<__m128i*>(P), V); }
+
+template <size_t Step, typename Body>
+size_t Groups(size_t N, Body&& F) {
+  size_t I = 0;
+  for (; I + 2 * Step <= N; I += 2 * Step) {  // two groups a round: less loop overhead
+    F(I);
+    F(I + Step);
+  }
+  if (I + Step <= N) {
+    F(I);
+    I += Step;
+  }
+  return I;
+}
+
+// Byte orders within each 128-bit lane.
+__m256i LaneShuffle(char B0, char B1, char B2, char B3, char B4, char B5, char B6, char B7) {
+  return _mm256_setr_epi8(B0, B1, B2, B3, B4, B5, B6, B7, char(B0 + 8), char(B1 + 8), char(B2 + 8), char(B3 + 8),
+                          char(B4 + 8), char(B5 + 8), char(B6 + 8), char(B7 + 8), B0, B1, B2, B3, B4, B5, B6, B7,
+                          char(B0 + 8), char(B1 + 8), char(B2 + 8), char(B3 + 8), char(B4 + 8), char(B5 + 8),
+                          char(B6 + 8), char(B7 + 8));
+}
+
+void Set32(uint32_t Bits, void* Dst, size_t N) {
+  const __m256i V = _mm256_set1_epi32(static_cast<int32_t>(Bits));
+  const size_t Done = Groups<8>(N, [&](size_t I) { Store(At(Dst, 4 * I), V); });
+  if (Done < N) Sse2Kernels.Set32(Bits, At(Dst, 4 * Done), N - Done);
+}
+void Set64(uint64_t Bits, void* Dst, size_t N) {
+  const __m256i V = _mm256_set1_epi64x(static_cast<int64_t>(Bits));
+  const size_t Done = Groups<4>(N, [&](size_t I) { Store(At(Dst, 8 * I), V); });
+  if (Done < N) Sse2Kernels.Set64(Bits, At(Dst, 8 * Done), N - Done);
+}
+
+void Swap16(const void* Src, void* Dst, size_t N) {
+  const __m256i Order = LaneShuffle(1, 0, 3, 2, 5, 4, 7, 6);
+  const size_t Done = Groups<16>(N, [&](size_t I) {
+    Store(At(Dst, 2 * I), _mm256_shuffle_epi8(Load(At(Src, 2 * I)), Order));
+  });
+  if (Done < N) Sse2Kernels.Swap16(At(Src, 2 * Done), At(Dst, 2 * Done), N - Done);
+}
+void Swap32(const void* Src, void* Dst, size_t N) {
+  const __m256i Order = LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4);
+  const size_t Done = Groups<8>(N, [&](size_t I) {
+    Store(At(Dst, 4 * I), _mm256_shuffle_epi8(Load(At(Src, 4 * I)), Order));
+  });
+  if (Done < N) Sse2Kernels.Swap32(At(Src, 4 * Done), At(Dst, 4 * Done), N - Done);
+}
+void Swap64(const void* Src, void* Dst, size_t N) {
+  const __m256i Order = LaneShuffle(7, 6, 5, 4, 3, 2, 1, 0);
+  const size_t Done = Groups<4>(N, [&](size_t I) {
+    Store(At(Dst, 8 * I), _mm256_shuffle_epi8(Load(At(Src, 8 * I)), Order));
+  });
+  if (Done < N) Sse2Kernels.Swap64(At(Src, 8 * Done), At(Dst, 8 * Done), N - Done);
+}
+
+// As the SSE2 kernel, with blocks of three 32-byte vectors (32 samples).
+constexpr TSwap24Masks Swap24Masks = MakeSwap24Masks(32);
+
+void Swap24(const void* Src, void* Dst, size_t N) {
+  constexpr size_t BlockBytes = 96, MinSamples = 34;
+  if (N < MinSamples) {
+    Sse2Kernels.Swap24(Src, Dst, N);
+    return;
+  }
+  const uint8_t* S = static_cast<const uint8_t*>(Src);
+  uint8_t* D = static_cast<uint8_t*>(Dst);
+  __m256i M[3][3];
+  for (int V = 0; V < 3; ++V)
+    for (int P = 0; P < 3; ++P) M[V][P] = Load(Swap24Masks.Mask[V][P]);
+  auto Block = [&](size_t O) {  // O: a multiple of 3, 3 <= O, O + 98 <= bytes
+    for (int V = 0; V < 3; ++V) {
+      const size_t P = O + 32 * V;
+      const __m256i Lo = _mm256_and_si256(Load(S + P + 2), M[V][0]);
+      const __m256i Mid = _mm256_and_si256(Load(S + P), M[V][1]);
+      const __m256i Hi = _mm256_and_si256(Load(S + P - 2), M[V][2]);
+      Store(D + P, _mm256_or_si256(_mm256_or_si256(Lo, Mid), Hi));
+    }
+  };
+  const size_t Bytes = 3 * N;
+  ScalarKernels.Swap24(S, D, 1);
+  for (size_t O = 3; O + BlockBytes + 2 <= Bytes; O += BlockBytes) Block(O);
+  Block((Bytes - BlockBytes - 2) / 3 * 3);
+  ScalarKernels.Swap24(S + Bytes - 3, D + Bytes - 3, 1);
+}
+
+void Int32ToFloat(const void* Src, void* Dst, size_t N) {
+  const size_t Done = Groups<8>(N, [&](size_t I) {
+    Store(At(Dst, 4 * I), _mm256_castps_si256(_mm256_cvtepi32_ps(Load(At(Src, 4 * I)))));
+  });
+  if (Done < N) Sse2Kernels.Int32ToFloat(At(Src, 4 * Done), At(Dst, 4 * Done), N - Done);
+}
+void Int32ToDouble(const void* Src, void* Dst, size_t N) {
+  const size_t Done = Groups<4>(N, [&](size_t I) {
+    Store(At(Dst, 8 * I), _mm256_castpd_si256(_mm256_cvtepi32_pd(Load128(At(Src, 4 * I)))));
+  });
+  if (Done < N) Sse2Kernels.Int32ToDouble(At(Src, 4 * Done), At(Dst, 8 * Done), N - Done);
+}
+
+// See the SSE2 kernels for the handling of NaN and of the range.
+__m256i FloatToInt32x8(__m256 X) {
+  X = _mm256_and_ps(X, _mm256_cmp_ps(X, X, _CMP_EQ_OQ));
+  const __m256i R = _mm256_cvtps_epi32(X);
+  return _mm256_xor_si256(R, _mm256_castps_si256(_mm256_cmp_ps(X, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ)));
+}
+__m128i DoubleToInt32x4(__m256d X) {
+  X = _mm256_and_pd(X, _mm256_cmp_pd(X, X, _CMP_EQ_OQ));
+  X = _mm256_max_pd(_mm256_min_pd(X, _mm256_set1_pd(2147483647.0)), _mm256_set1_pd(-2147483648.0));
+  return _mm256_cvtpd_epi32(X);
+}
+void FloatToInt32(const void* Src, void* Dst, size_t N) {
+  const size_t Done = Groups<8>(N, [&](size_t I) { Store(At(Dst, 4 * I), FloatToInt32x8(LoadPs(At(Src, 4 * I)))); });
+  if (Done < N) Sse2Kernels.FloatToInt32(At(Src, 4 * Done), At(Dst, 4 * Done), N - Done);
+}
+void DoubleToInt32(const void* Src, void* Dst, size_t N) {
+  const size_t Done = Groups<4>(N, [&](size_t I) { Store128(At(Dst, 4 * I), DoubleToInt32x4(LoadPd(At(Src, 8 * I)))); });
+  if (Done < N) Sse2Kernels.DoubleToInt32(At(Src, 8 * Done), At(Dst, 4 * Done), N - Done);
+}
+
+void MulFloat(float C, void* SrcDst, size_t N) {
+  const __m256 K = _mm256_set1_ps(C);
+  const size_t Done = Groups<8>(N, [&](size_t I) {
+    uint8_t* P = At(SrcDst, 4 * I);
+    Store(P, _mm256_castps_si256(_mm256_mul_ps(LoadPs(P), K)));
+  });
+  if (Done < N) Sse2Kernels.MulFloat(C, At(SrcDst, 4 * Done), N - Done);
+}
+void MulDouble(double C, void* SrcDst, size_t N) {
+  const __m256d K = _mm256_set1_pd(C);
+  const size_t Done = Groups<4>(N, [&](size_t I) {
+    uint8_t* P = At(SrcDst, 8 * I);
+    Store(P, _mm256_castpd_si256(_mm256_mul_pd(LoadPd(P), K)));
+  });
+  if (Done < N) Sse2Kernels.MulDouble(C, At(SrcDst, 8 * Done), N - Done);
+}
+void DivFloat(float C, void* SrcDst, size_t N) {
+  const __m256 K = _mm256_set1_ps(C);
+  const size_t Done = Groups<8>(N, [&](size_t I) {
+    uint8_t* P = At(SrcDst, 4 * I);
+    Store(P, _mm256_castps_si256(_mm256_div_ps(LoadPs(P), K)));
+  });
+  if (Done < N) Sse2Kernels.DivFloat(C, At(SrcDst, 4 * Done), N - Done);
+}
+void DivDouble(double C, void* SrcDst, size_t N) {
+  const __m256d K = _mm256_set1_pd(C);
+  const size_t Done = Groups<4>(N, [&](size_t I) {
+    uint8_t* P = At(SrcDst, 8 * I);
+    Store(P, _mm256_castpd_si256(_mm256_div_pd(LoadPd(P), K)));
+  });
+  if (Done < N) Sse2Kernels.DivDouble(C, At(SrcDst, 8 * Done), N - Done);
+}
+
+// X / C for an odd integer C (3 <= |C| <= 2^32) without the divider:
+// Q = X * (1/C) is within an ulp or two of the quotient, the remainder
+// X - Q*C is exact in one FMA, and Q + remainder * (1/C) is the correctly
+// rounded quotient. It cannot be off: the error left is at most 2^-52 ulp,
+// while X / C, unless exact, lies at least 2^-33 ulp away from any halfway
+// point between doubles (C is an integer below 2^33, and an odd C never
+// puts a quotient exactly halfway).
+__m256d DivideByOddInteger(__m256d X, __m256d C, __m256d Reciprocal) {
+  const __m256d Q = _mm256_mul_pd(X, Reciprocal);
+  return _mm256_fmadd_pd(_mm256_fnmadd_pd(Q, C, X), Reciprocal, Q);
+}
+// For any X: zero, infinite and NaN products keep the plain product, which
+// is what division gives for them; the correction step would lose the sign
+// of -0 and turn infinities into NaN.
+void DivDoubleByOddInteger(double C, void* SrcDst, size_t N) {
+  const __m256d K = _mm256_set1_pd(C), R = _mm256_set1_pd(1.0 / C);
+  const __m256d Zero = _mm256_setzero_pd(), Inf = _mm256_castsi256_pd(_mm256_set1_epi64x(0x7FF0000000000000));
+  const __m256d AbsMask = _mm256_castsi256_pd(_mm256_set1_epi64x(0x7FFFFFFFFFFFFFFF));
+  const size_t Done = Groups<4>(N, [&](size_t I) {
+    uint8_t* P = At(SrcDst, 8 * I);
+    const __m256d X = LoadPd(P);
+    const __m256d Q = _mm256_mul_pd(X, R);
+    const __m256d A = _mm256_and_pd(Q, AbsMask);
+    const __m256d Finite = _mm256_and_pd(_mm256_cmp_pd(A, Zero, _CMP_GT_OQ), _mm256_cmp_pd(A, Inf, _CMP_LT_OQ));
+    Store(P, _mm256_castpd_si256(_mm256_blendv_pd(Q, DivideByOddInteger(X, K, R), Finite)));
+  });
+  if (Done < N) ScalarKernels.DivDouble(C, At(SrcDst, 8 * Done), N - Done);
+}
+
+template <bool Swapped>
+void IntToFloatScaled(const void* Src, void* Dst, size_t N, float Scale) {
+  const __m256 K = _mm256_set1_ps(Scale);
+  const __m256i Order = LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4);
+  const size_t Done = Groups<8>(N, [&](size_t I) {
+    const __m256i V = _mm256_castps_si256(_mm256_mul_ps(_mm256_cvtepi32_ps(Load(At(Src, 4 * I))), K));
+    Store(At(Dst, 4 * I), Swapped ? _mm256_shuffle_epi8(V, Order) : V);
+  });
+  if (Done < N) Sse2Kernels.IntToFloatScaled[Swapped](At(Src, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
+}
+// Integer inputs are finite and never -0, so the quotient needs no special cases.
+template <bool Swapped>
+void IntToDoubleDivided(const void* Src, void* Dst, size_t N, double Divisor) {
+  const __m256d K = _mm256_set1_pd(Divisor), R = _mm256_set1_pd(1.0 / Divisor);
+  const __m256i Order = LaneShuffle(7, 6, 5, 4, 3, 2, 1, 0);
+  const size_t Done = Groups<4>(N, [&](size_t I) {
+    const __m256d X = _mm256_cvtepi32_pd(Load128(At(Src, 4 * I)));
+    const __m256i Q = _mm256_castpd_si256(DivideByOddInteger(X, K, R));
+    Store(At(Dst, 8 * I), Swapped ? _mm256_shuffle_epi8(Q, Order) : Q);
+  });
+  if (Done < N) ScalarKernels.IntToDoubleDivided[Swapped](At(Src, 4 * Done), At(Dst, 8 * Done), N - Done, Divisor);
+}
+template <bool Swapped>
+void ScaledFloatToInt(void* SrcDst, void* Dst, size_t N, float Scale) {
+  const __m256 K = _mm256_set1_ps(Scale);
+  const __m256i Order = LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4);
+  const size_t Done = Groups<8>(N, [&](size_t I) {
+    uint8_t* P = At(SrcDst, 4 * I);
+    const __m256i V = Load(P);
+    const __m256 X = _mm256_mul_ps(_mm256_castsi256_ps(Swapped ? _mm256_shuffle_epi8(V, Order) : V), K);
+    Store(P, _mm256_castps_si256(X));
+    Store(At(Dst, 4 * I), FloatToInt32x8(X));
+  });
+  if (Done < N) Sse2Kernels.ScaledFloatToInt[Swapped](At(SrcDst, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
+}
+template <bool Swapped>
+void ScaledDoubleToInt(void* SrcDst, void* Dst, size_t N, double Scale) {
+  const __m256d K = _mm256_set1_pd(Scale);
+  const __m256i Order = LaneShuffle(7, 6, 5, 4, 3, 2, 1, 0);
+  const size_t Done = Groups<4>(N, [&](size_t I) {
+    uint8_t* P = At(SrcDst, 8 * I);
+    const __m256i V = Load(P);
+    const __m256d X = _mm256_mul_pd(_mm256_castsi256_pd(Swapped ? _mm256_shuffle_epi8(V, Order) : V), K);
+    Store(P, _mm256_castpd_si256(X));
+    Store128(At(Dst, 4 * I), DoubleToInt32x4(X));
+  });
+  if (Done < N) Sse2Kernels.ScaledDoubleToInt[Swapped](At(SrcDst, 8 * Done), At(Dst, 4 * Done), N - Done, Scale);
+}
+
+}  // namespace
+
+const TKernels Avx2Kernels = {
+    Set32,        Set64,         Swap16,       Swap24,        Swap32,   Swap64,
+    Int32ToFloat, Int32ToDouble, FloatToInt32, DoubleToInt32, MulFloat, MulDouble,
+    DivFloat,     DivDouble,     DivDoubleByOddInteger,
+    {IntToFloatScaled<false>, IntToFloatScaled<true>},
+    {IntToDoubleDivided<false>, IntToDoubleDivided<true>},
+    {ScaledFloatToInt<false>, ScaledFloatToInt<true>},
+    {ScaledDoubleToInt<false>, ScaledDoubleToInt<true>},
+};
+
+}  // namespace Detail
+}  // namespace Ipps
+}  // namespace Quorvel
