@@ -9,7 +9,8 @@
 //                (the multi-input queues and reloads: two more copies)
 #include <benchmark/benchmark.h>
 
-#include <ctime>
+#include "bench/Benchtiming.h"
+
 #include <cstring>
 #include <vector>
 
@@ -62,20 +63,6 @@ double GBaselineNs[2];  // per block, by size index
 
 int SizeIndex(size_t Frames) { return Frames == 256 ? 0 : 1; }
 
-// Thread CPU time, so that other load on the machine does not skew the ratios.
-double ThreadCpuNs() {
-  timespec T{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &T);
-  return static_cast<double>(T.tv_sec) * 1e9 + static_cast<double>(T.tv_nsec);
-}
-
-template <typename Body>
-double NsPerBlock(benchmark::State& State, Body&& B) {
-  const double T0 = ThreadCpuNs();
-  for (auto _ : State) B();
-  return (ThreadCpuNs() - T0) / static_cast<double>(State.iterations());
-}
-
 void Report(benchmark::State& State, double Ns, uint64_t Allocations) {
   const double Base = GBaselineNs[SizeIndex(static_cast<size_t>(State.range(0)))];
   State.counters["ns_per_block"] = Ns;
@@ -89,7 +76,7 @@ void BM_PlainCopy(benchmark::State& State) {
   const size_t Bytes = static_cast<size_t>(State.range(0)) * Channels * Bits / 8;
   std::vector<uint8_t> Src(Bytes, 0x11), Mid(Bytes), Dst(Bytes);
   const uint64_t A0 = Testing::HeapAllocationCount();
-  const double Ns = NsPerBlock(State, [&] {
+  const double Ns = Bench::NsPerIteration(State, [&] {
     std::memcpy(Mid.data(), Src.data(), Bytes);
     benchmark::DoNotOptimize(Mid.data());
     std::memcpy(Dst.data(), Mid.data(), Bytes);
@@ -109,7 +96,7 @@ void BM_Chain3(benchmark::State& State) {
   Source.Start();
   for (int I = 0; I < 8; ++I) Source.Send();  // warm the pool
   const uint64_t A0 = Testing::HeapAllocationCount();
-  const double Ns = NsPerBlock(State, [&] { Source.Send(); });
+  const double Ns = Bench::NsPerIteration(State, [&] { Source.Send(); });
   Report(State, Ns, Testing::HeapAllocationCount() - A0);
 }
 
@@ -126,7 +113,7 @@ void BM_ChainMulti(benchmark::State& State) {
   Source.Start();
   for (int I = 0; I < 8; ++I) Source.Send();
   const uint64_t A0 = Testing::HeapAllocationCount();
-  const double Ns = NsPerBlock(State, [&] { Source.Send(); });
+  const double Ns = Bench::NsPerIteration(State, [&] { Source.Send(); });
   Report(State, Ns, Testing::HeapAllocationCount() - A0);
 }
 

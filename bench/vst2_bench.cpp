@@ -4,10 +4,11 @@
 // same run; and heap allocations per block in steady state (expected 0).
 #include <benchmark/benchmark.h>
 
+#include "bench/Benchtiming.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <ctime>
 #include <vector>
 
 #include "platform/Library.h"
@@ -21,19 +22,6 @@ namespace {
 constexpr size_t Frames = 256;
 constexpr unsigned Channels = 2;
 double GDirectNs = 0.0;
-
-double ThreadCpuNs() {
-  timespec T{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &T);
-  return static_cast<double>(T.tv_sec) * 1e9 + static_cast<double>(T.tv_nsec);
-}
-
-template <typename Body>
-double NsPerBlock(benchmark::State& State, Body&& B) {
-  const double T0 = ThreadCpuNs();
-  for (auto _ : State) B();
-  return (ThreadCpuNs() - T0) / static_cast<double>(State.iterations());
-}
 
 void Report(benchmark::State& State, double Ns, uint64_t Allocations) {
   State.counters["ns_per_block"] = Ns;
@@ -70,7 +58,7 @@ void BM_DirectCall(benchmark::State& State) {
     OutPtr[C] = FOut[C].data();
   }
   const uint64_t A0 = Testing::HeapAllocationCount();
-  const double Ns = NsPerBlock(State, [&] {
+  const double Ns = Bench::NsPerIteration(State, [&] {
     for (unsigned C = 0; C < Channels; ++C)
       for (size_t J = 0; J < Frames; ++J) FIn[C][J] = static_cast<float>(In[C][J]) * (1.0f / 65536.0f);
     E->ProcessReplacing(E, InPtr, OutPtr, static_cast<int32_t>(Frames));
@@ -134,7 +122,7 @@ void BM_HostBlock(benchmark::State& State) {
   for (int I = 0; I < 8; ++I)
     for (unsigned C = 0; C < Channels; ++C) Sources[C].Output.SubmitBuffer(Blocks[C]);
   const uint64_t A0 = Testing::HeapAllocationCount();
-  const double Ns = NsPerBlock(State, [&] {
+  const double Ns = Bench::NsPerIteration(State, [&] {
     for (unsigned C = 0; C < Channels; ++C) Sources[C].Output.SubmitBuffer(Blocks[C]);
   });
   Report(State, Ns, Testing::HeapAllocationCount() - A0);
