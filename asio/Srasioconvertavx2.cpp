@@ -245,7 +245,7 @@ void IntToFloatScaled(const void* Src, void* Dst, size_t N, float Scale) {
   });
   if (Done < N) Sse2Kernels.IntToFloatScaled[Swapped](At(Src, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
-// Integer inputs are finite and never -0, so the quotient needs no special cases.
+// Integer inputs are finite and never -0, so every quotient takes the correction step.
 template <bool Swapped>
 void IntToDoubleDivided(const void* Src, void* Dst, size_t N, double Divisor) {
   const __m256d K = _mm256_set1_pd(Divisor), R = _mm256_set1_pd(1.0 / Divisor);

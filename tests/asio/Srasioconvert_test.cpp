@@ -105,11 +105,11 @@ void RefFromDriver(const TRefType& T, uint8_t* Drv, uint8_t* Buf, size_t N) {
 
 // Driver-side and buffer-side test signals: boundary values spread over all
 // positions (vector lanes and tails alike), random values between them.
-const int32_t IntSpecials[] = {INT32_MIN, INT32_MAX, 0, 1, -1, 16777217, -16777219, 33554435, INT32_MIN + 1, 0x40000001};
-const float FloatSpecials[] = {0.0f, -0.0f, 1.0f, -1.0f, std::nextafter(1.0f, 2.0f), std::nextafter(-1.0f, -2.0f),
+const int32_t IntEdges[] = {INT32_MIN, INT32_MAX, 0, 1, -1, 16777217, -16777219, 33554435, INT32_MIN + 1, 0x40000001};
+const float FloatEdges[] = {0.0f, -0.0f, 1.0f, -1.0f, std::nextafter(1.0f, 2.0f), std::nextafter(-1.0f, -2.0f),
                                std::nextafter(1.0f, 0.0f), FNaN, FInf, -FInf, 1e-45f, -1.1754942e-38f,
                                0.5f / 2147483648.0f, 1.5f / 2147483648.0f, -2.5f / 2147483648.0f, 3e38f};
-const double DoubleSpecials[] = {0.0, -0.0, 1.0, -1.0, std::nextafter(1.0, 2.0), 2147483648.0 / 2147483647.0,
+const double DoubleEdges[] = {0.0, -0.0, 1.0, -1.0, std::nextafter(1.0, 2.0), 2147483648.0 / 2147483647.0,
                                  -2147483648.0 / 2147483647.0, -1.1, DNaN, DInf, -DInf, 4.9e-324, -2.2e-308,
                                  0.5, -0.5, 0.25, 1e300};
 
@@ -117,18 +117,18 @@ void FillSignal(const TRefType& T, bool DriverSide, uint8_t* P, size_t N, std::m
   std::uniform_real_distribution<double> Near1(-1.2, 1.2);
   for (size_t I = 0; I < N; ++I) {
     const size_t Pick = I * 7 + N;
-    const bool Special = I % 3 != 1;
+    const bool Edge = I % 3 != 1;
     if (!DriverSide || T.Kind == 'i') {
       const unsigned Bytes = DriverSide ? T.DrvBytes : T.BufBytes;
       uint32_t V = Rng();
-      if (Special && Bytes == 4) V = static_cast<uint32_t>(IntSpecials[Pick % std::size(IntSpecials)]);
+      if (Edge && Bytes == 4) V = static_cast<uint32_t>(IntEdges[Pick % std::size(IntEdges)]);
       std::memcpy(P + I * Bytes, &V, Bytes);
     } else if (T.Kind == 'f') {
-      const float V = Special ? FloatSpecials[Pick % std::size(FloatSpecials)] : static_cast<float>(Near1(Rng));
+      const float V = Edge ? FloatEdges[Pick % std::size(FloatEdges)] : static_cast<float>(Near1(Rng));
       Write(P + I * 4, V);
       if (T.Msb) Reverse(P + I * 4, 4);
     } else {
-      const double V = Special ? DoubleSpecials[Pick % std::size(DoubleSpecials)] : Near1(Rng);
+      const double V = Edge ? DoubleEdges[Pick % std::size(DoubleEdges)] : Near1(Rng);
       Write(P + I * 8, V);
       if (T.Msb) Reverse(P + I * 8, 8);
     }
