@@ -71,13 +71,24 @@ const TKernels* KernelsFor(TIppsPath Path) noexcept {
 
 std::atomic<const TKernels*> GKernels{nullptr};
 
-// The kernel table, chosen on first use; racing first uses pick the same one.
+#if defined(_MSC_VER)
+#define QUORVEL_NOINLINE __declspec(noinline)
+#else
+#define QUORVEL_NOINLINE __attribute__((noinline))
+#endif
+
+// The kernel table, chosen on first use; racing first uses pick the same
+// one. Out of line: the common path then needs no registers saved for it.
+QUORVEL_NOINLINE const TKernels& ChooseKernels() noexcept {
+  const TKernels* Best = KernelsFor(GetBestIppsPath());
+  const TKernels* Expected = nullptr;
+  if (GKernels.compare_exchange_strong(Expected, Best, std::memory_order_acq_rel)) return *Best;
+  return *Expected;
+}
+
 const TKernels& Kernels() noexcept {
   const TKernels* K = GKernels.load(std::memory_order_acquire);
-  if (K != nullptr) return *K;
-  const TKernels* Best = KernelsFor(GetBestIppsPath());
-  if (GKernels.compare_exchange_strong(K, Best, std::memory_order_acq_rel)) return *Best;
-  return *K;
+  return K != nullptr ? *K : ChooseKernels();
 }
 
 template <typename T>
@@ -294,21 +305,23 @@ IppStatus ippsDivC_64f_I(Ipp64f val, Ipp64f* pSrcDst, int len) noexcept {
 
 namespace {
 
-enum class TSampleKind { None, Int, Float32, Float64 };
+// What one sample type takes: the operation, the buffer bits, the driver's
+// bytes a sample, and whether the driver's side is big-endian.
+enum class TSampleOp : uint8_t { None, Copy, Swap16, Swap24, Swap32, Float32, Float64 };
 
 struct TSampleInfo {
-  TSampleKind Kind;
-  unsigned BufferBits;
-  unsigned DriverBytes;
+  TSampleOp Op;
+  uint8_t BufferBits;
+  uint8_t DriverBytes;
   bool BigEndian;
 };
 
-constexpr TSampleInfo NotConverted = {TSampleKind::None, 0, 0, false};
-constexpr TSampleInfo Int16 = {TSampleKind::Int, 16, 2, false}, Int16Msb = {TSampleKind::Int, 16, 2, true};
-constexpr TSampleInfo Int24 = {TSampleKind::Int, 24, 3, false}, Int24Msb = {TSampleKind::Int, 24, 3, true};
-constexpr TSampleInfo Int32 = {TSampleKind::Int, 32, 4, false}, Int32Msb = {TSampleKind::Int, 32, 4, true};
-constexpr TSampleInfo Float32 = {TSampleKind::Float32, 32, 4, false}, Float32Msb = {TSampleKind::Float32, 32, 4, true};
-constexpr TSampleInfo Float64 = {TSampleKind::Float64, 32, 8, false}, Float64Msb = {TSampleKind::Float64, 32, 8, true};
+constexpr TSampleInfo NotConverted = {TSampleOp::None, 0, 0, false};
+constexpr TSampleInfo Int16 = {TSampleOp::Copy, 16, 2, false}, Int16Msb = {TSampleOp::Swap16, 16, 2, true};
+constexpr TSampleInfo Int24 = {TSampleOp::Copy, 24, 3, false}, Int24Msb = {TSampleOp::Swap24, 24, 3, true};
+constexpr TSampleInfo Int32 = {TSampleOp::Copy, 32, 4, false}, Int32Msb = {TSampleOp::Swap32, 32, 4, true};
+constexpr TSampleInfo Float32 = {TSampleOp::Float32, 32, 4, false}, Float32Msb = {TSampleOp::Float32, 32, 4, true};
+constexpr TSampleInfo Float64 = {TSampleOp::Float64, 32, 8, false}, Float64Msb = {TSampleOp::Float64, 32, 8, true};
 
 // By sample type value, up to ASIOSTInt32LSB24 (27); the rest are not converted.
 constexpr TSampleInfo SampleInfos[28] = {
@@ -321,7 +334,7 @@ static_assert(ASIOSTInt16MSB == 0 && ASIOSTFloat64MSB == 4 && ASIOSTInt32MSB16 =
                   ASIOSTInt16LSB == 16 && ASIOSTFloat64LSB == 20 && ASIOSTInt32LSB16 == 24 && ASIOSTInt32LSB24 == 27,
               "the table follows the sample type values");
 
-TSampleInfo SampleInfo(TASIOSampleType Type) noexcept {
+const TSampleInfo& SampleInfo(TASIOSampleType Type) noexcept {
   return Type >= 0 && Type < 28 ? SampleInfos[Type] : NotConverted;
 }
 
@@ -329,18 +342,21 @@ TSampleInfo SampleInfo(TASIOSampleType Type) noexcept {
 // floats 2^31 - 1.
 constexpr float Float32Scale = 2147483648.0f;
 constexpr double Float64Scale = 2147483647.0;
+static_assert(Float32Scale == 2147483648.0f, "dividing by it is multiplying by 1/it only for a power of two");
 
-// Copies integer PCM, swapping each sample's bytes for the big-endian types.
-void CopyPcm(const Ipps::Detail::TKernels& K, const TSampleInfo& Info, const void* Src, void* Dst, size_t N) {
-  if (!Info.BigEndian) {
-    std::memcpy(Dst, Src, N * Info.DriverBytes);
-    return;
-  }
-  switch (Info.DriverBytes) {
-    case 2: K.Swap16(Src, Dst, N); break;
-    case 3: K.Swap24(Src, Dst, N); break;
-    default: K.Swap32(Src, Dst, N); break;
-  }
+// First calls: choose the kernels, then convert (tail calls, so that the
+// common path keeps nothing across a call).
+QUORVEL_NOINLINE bool ToDriverFirst(TASIOSampleType Type, const void* BufferData, void* DriverHalf, int32_t N) noexcept {
+  Ipps::ChooseKernels();
+  return ASIOConvertToDriver(Type, BufferData, DriverHalf, N);
+}
+QUORVEL_NOINLINE bool SilenceFirst(TASIOSampleType Type, void* DriverHalf, int32_t N) noexcept {
+  Ipps::ChooseKernels();
+  return ASIOSilenceDriver(Type, DriverHalf, N);
+}
+QUORVEL_NOINLINE bool FromDriverFirst(TASIOSampleType Type, void* DriverHalf, void* BufferData, int32_t N) noexcept {
+  Ipps::ChooseKernels();
+  return ASIOConvertFromDriver(Type, DriverHalf, BufferData, N);
 }
 
 }  // namespace
@@ -355,48 +371,57 @@ unsigned ASIODriverBytesForType(TASIOSampleType Type) noexcept { return SampleIn
 // of big-endian types; from the driver, the swap in place, multiplication by
 // the scale in place and the rounding conversion.
 bool ASIOConvertToDriver(TASIOSampleType Type, const void* BufferData, void* DriverHalf, int32_t N) noexcept {
-  const TSampleInfo Info = SampleInfo(Type);
-  if (Info.Kind == TSampleKind::None) return false;
+  const TSampleInfo& Info = SampleInfo(Type);
+  if (Info.Op == TSampleOp::None) return false;
+  const Ipps::Detail::TKernels* K = Ipps::GKernels.load(std::memory_order_acquire);
+  if (K == nullptr) return ToDriverFirst(Type, BufferData, DriverHalf, N);
   if (N < 1) return true;
-  const Ipps::Detail::TKernels& K = Ipps::Kernels();
   const size_t Count = static_cast<size_t>(N);
-  if (Info.Kind == TSampleKind::Int) {
-    CopyPcm(K, Info, BufferData, DriverHalf, Count);
-  } else if (Info.Kind == TSampleKind::Float32) {
-    static_assert(Float32Scale == 2147483648.0f, "only a power of two divides as a multiplication");
-    K.IntToFloatScaled[Info.BigEndian](BufferData, DriverHalf, Count, 1.0f / Float32Scale);
-  } else {
-    K.IntToDoubleDivided[Info.BigEndian](BufferData, DriverHalf, Count, Float64Scale);
+  switch (Info.Op) {
+    case TSampleOp::Copy: std::memcpy(DriverHalf, BufferData, Count * Info.DriverBytes); break;
+    case TSampleOp::Swap16: K->Swap16(BufferData, DriverHalf, Count); break;
+    case TSampleOp::Swap24: K->Swap24(BufferData, DriverHalf, Count); break;
+    case TSampleOp::Swap32: K->Swap32(BufferData, DriverHalf, Count); break;
+    case TSampleOp::Float32:
+      K->IntToFloatScaled[Info.BigEndian](BufferData, DriverHalf, Count, 1.0f / Float32Scale);
+      break;
+    case TSampleOp::Float64: K->IntToDoubleDivided[Info.BigEndian](BufferData, DriverHalf, Count, Float64Scale); break;
+    case TSampleOp::None: break;
   }
   return true;
 }
 
+// 0.0 is all zero bytes in both float widths, so every type starts from zero
+// bytes; the big-endian float types then get their in-place swap, which
+// leaves zeros as they are.
 bool ASIOSilenceDriver(TASIOSampleType Type, void* DriverHalf, int32_t N) noexcept {
-  const TSampleInfo Info = SampleInfo(Type);
-  if (Info.Kind == TSampleKind::None) return false;
+  const TSampleInfo& Info = SampleInfo(Type);
+  if (Info.Op == TSampleOp::None) return false;
+  const Ipps::Detail::TKernels* K = Ipps::GKernels.load(std::memory_order_acquire);
+  if (K == nullptr) return SilenceFirst(Type, DriverHalf, N);
   if (N < 1) return true;
   const size_t Count = static_cast<size_t>(N);
-  // 0.0 is all zero bytes in both float widths, so every type starts from
-  // zero bytes; the big-endian float types then get their in-place swap,
-  // which leaves zeros as they are.
   std::memset(DriverHalf, 0, Count * Info.DriverBytes);
-  if (Info.BigEndian && Info.Kind == TSampleKind::Float32) Ipps::Kernels().Swap32(DriverHalf, DriverHalf, Count);
-  if (Info.BigEndian && Info.Kind == TSampleKind::Float64) Ipps::Kernels().Swap64(DriverHalf, DriverHalf, Count);
+  if (Info.BigEndian && Info.Op == TSampleOp::Float32) K->Swap32(DriverHalf, DriverHalf, Count);
+  if (Info.BigEndian && Info.Op == TSampleOp::Float64) K->Swap64(DriverHalf, DriverHalf, Count);
   return true;
 }
 
 bool ASIOConvertFromDriver(TASIOSampleType Type, void* DriverHalf, void* BufferData, int32_t N) noexcept {
-  const TSampleInfo Info = SampleInfo(Type);
-  if (Info.Kind == TSampleKind::None) return false;
+  const TSampleInfo& Info = SampleInfo(Type);
+  if (Info.Op == TSampleOp::None) return false;
+  const Ipps::Detail::TKernels* K = Ipps::GKernels.load(std::memory_order_acquire);
+  if (K == nullptr) return FromDriverFirst(Type, DriverHalf, BufferData, N);
   if (N < 1) return true;
-  const Ipps::Detail::TKernels& K = Ipps::Kernels();
   const size_t Count = static_cast<size_t>(N);
-  if (Info.Kind == TSampleKind::Int) {
-    CopyPcm(K, Info, DriverHalf, BufferData, Count);
-  } else if (Info.Kind == TSampleKind::Float32) {
-    K.ScaledFloatToInt[Info.BigEndian](DriverHalf, BufferData, Count, Float32Scale);
-  } else {
-    K.ScaledDoubleToInt[Info.BigEndian](DriverHalf, BufferData, Count, Float64Scale);
+  switch (Info.Op) {
+    case TSampleOp::Copy: std::memcpy(BufferData, DriverHalf, Count * Info.DriverBytes); break;
+    case TSampleOp::Swap16: K->Swap16(DriverHalf, BufferData, Count); break;
+    case TSampleOp::Swap24: K->Swap24(DriverHalf, BufferData, Count); break;
+    case TSampleOp::Swap32: K->Swap32(DriverHalf, BufferData, Count); break;
+    case TSampleOp::Float32: K->ScaledFloatToInt[Info.BigEndian](DriverHalf, BufferData, Count, Float32Scale); break;
+    case TSampleOp::Float64: K->ScaledDoubleToInt[Info.BigEndian](DriverHalf, BufferData, Count, Float64Scale); break;
+    case TSampleOp::None: break;
   }
   return true;
 }

@@ -84,9 +84,9 @@ enum class TIppsPath { Scalar, Sse2, Avx2 };
 TIppsPath GetBestIppsPath() noexcept;
 // [any thread] The set in use.
 TIppsPath GetIppsPath() noexcept;
-// [main thread] Forces a set, for tests and benchmarks; false, and no
-// change, when this CPU or build lacks it. Not to be called while another
-// thread converts.
+// [any thread] Forces a set, for tests and benchmarks; false, and no
+// change, when this CPU or build lacks it. Calls already running finish on
+// the set they started with.
 bool SetIppsPath(TIppsPath Path) noexcept;
 
 }  // namespace Ipps
@@ -104,8 +104,10 @@ bool SetIppsPath(TIppsPath Path) noexcept;
 // bits. Float driver types travel as 32-bit integers: 32-bit floats are the
 // integer divided by 2^31 (so -2147483648 is exactly -1.0 and +1.0 saturates
 // to 2147483647), 64-bit floats the integer divided by 2147483647 (so +1.0 is
-// 2147483647 and -2147483648 is -1.0000000004656613). The Int32xxx16..24
-// types are copied unshifted. Types that are not converted (DSD and unknown
+// 2147483647 and -2147483648 is -1.0000000004656613); from the driver,
+// float samples are rounded to nearest, those beyond full scale (infinities
+// included) saturate and NaN becomes 0. The Int32xxx16..24 types are copied
+// unshifted. Types that are not converted (DSD and unknown
 // values) leave every byte of both buffers untouched.
 
 // 16, 24 or 32: the bits of the audio buffer a channel of this type uses;

@@ -5,6 +5,7 @@
 // the SSE2 kernels.
 #include <immintrin.h>
 
+#include <cstddef>
 #include <cstdint>
 
 #include "asio/Srasioconvertkernels.h"
@@ -203,17 +204,48 @@ void DivDoubleByOddInteger(double C, void* SrcDst, size_t N) {
   if (Done < N) ScalarKernels.DivDouble(C, At(SrcDst, 8 * Done), N - Done);
 }
 
+// Outputs of 4 MB or more go out through non-temporal stores: they cannot
+// stay in the caches anyway, and such stores skip reading every line before
+// writing it. ASIO half-buffers are far smaller. Returns the number of
+// leading elements of 4 bytes to convert apart so that Dst + 4 * that is
+// 32-byte aligned, or SIZE_MAX for ordinary stores.
+size_t StreamingHead(const void* Dst, size_t N) {
+  constexpr size_t StreamBytes = size_t(4) << 20;
+  const uintptr_t A = reinterpret_cast<uintptr_t>(Dst);
+  if (4 * N < StreamBytes || A % 4 != 0) return SIZE_MAX;
+  return (32 - A % 32) % 32 / 4;
+}
+
+// 8 samples a group from Start on, each group's result stored at Dst + 4 I
+// (streamed when Stream); answers the end of the groups.
+template <typename Body>
+size_t Groups8Out(void* Dst, size_t Start, size_t N, bool Stream, Body&& F) {
+  const size_t End = Start + Groups<8>(N - Start, [&](size_t I) {
+    const __m256i V = F(Start + I);
+    uint8_t* P = At(Dst, 4 * (Start + I));
+    if (Stream)
+      _mm256_stream_si256(reinterpret_cast<__m256i*>(P), V);
+    else
+      Store(P, V);
+  });
+  if (Stream) _mm_sfence();
+  return End;
+}
+
 template <bool Swapped>
 void IntToFloatScaled(const void* Src, void* Dst, size_t N, float Scale) {
   const __m256 K = _mm256_set1_ps(Scale);
   const __m256i Order = LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4);
-  const size_t Done = Groups<8>(N, [&](size_t I) {
+  const size_t Head = StreamingHead(Dst, N);
+  const bool Stream = Head != SIZE_MAX;
+  if (Stream && Head > 0) Sse2Kernels.IntToFloatScaled[Swapped](Src, Dst, Head, Scale);
+  const size_t Done = Groups8Out(Dst, Stream ? Head : 0, N, Stream, [&](size_t I) {
     const __m256i V = _mm256_castps_si256(_mm256_mul_ps(_mm256_cvtepi32_ps(Load(At(Src, 4 * I))), K));
-    Store(At(Dst, 4 * I), Swapped ? _mm256_shuffle_epi8(V, Order) : V);
+    return Swapped ? _mm256_shuffle_epi8(V, Order) : V;
   });
   if (Done < N) Sse2Kernels.IntToFloatScaled[Swapped](At(Src, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
-// Integer inputs are finite and never -0, so the quotient needs no special cases.
+// Integer inputs are finite and never -0, so every quotient takes the correction step.
 template <bool Swapped>
 void IntToDoubleDivided(const void* Src, void* Dst, size_t N, double Divisor) {
   const __m256d K = _mm256_set1_pd(Divisor), R = _mm256_set1_pd(1.0 / Divisor);
@@ -229,12 +261,15 @@ template <bool Swapped>
 void ScaledFloatToInt(void* SrcDst, void* Dst, size_t N, float Scale) {
   const __m256 K = _mm256_set1_ps(Scale);
   const __m256i Order = LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4);
-  const size_t Done = Groups<8>(N, [&](size_t I) {
+  const size_t Head = StreamingHead(Dst, N);
+  const bool Stream = Head != SIZE_MAX;
+  if (Stream && Head > 0) Sse2Kernels.ScaledFloatToInt[Swapped](SrcDst, Dst, Head, Scale);
+  const size_t Done = Groups8Out(Dst, Stream ? Head : 0, N, Stream, [&](size_t I) {
     uint8_t* P = At(SrcDst, 4 * I);
     const __m256i V = Load(P);
     const __m256 X = _mm256_mul_ps(_mm256_castsi256_ps(Swapped ? _mm256_shuffle_epi8(V, Order) : V), K);
     Store(P, _mm256_castps_si256(X));
-    Store(At(Dst, 4 * I), FloatToInt32x8(X));
+    return FloatToInt32x8(X);
   });
   if (Done < N) Sse2Kernels.ScaledFloatToInt[Swapped](At(SrcDst, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }

@@ -61,12 +61,25 @@ void Int32ToDouble(const void* Src, void* Dst, size_t N) {
   for (size_t I = 0; I < N; ++I) Put(Dst, I, static_cast<double>(Get<int32_t>(Src, I)));
 }
 
+// Nearest integer, ties to even, of a double within the int32 range,
+// computed exactly from the truncation, so that no rounding mode and no
+// library's rounding function (some use the x87 unit and its own mode) has
+// a say.
+int32_t NearestEven(double X) {
+  const int64_t I = static_cast<int64_t>(X);  // truncates
+  const double Fraction = X - static_cast<double>(I);  // exact
+  const int64_t Odd = I & 1;
+  if (Fraction > 0.5 || (Fraction == 0.5 && Odd)) return static_cast<int32_t>(I + 1);
+  if (Fraction < -0.5 || (Fraction == -0.5 && Odd)) return static_cast<int32_t>(I - 1);
+  return static_cast<int32_t>(I);
+}
+
 // Everything at or beyond 2^31 (the first float past INT32_MAX) saturates.
 int32_t NearestInt32(float X) {
   if (!(X == X)) return 0;
   if (X >= 2147483648.0f) return INT32_MAX;
   if (X <= -2147483648.0f) return INT32_MIN;
-  return static_cast<int32_t>(std::nearbyint(X));
+  return NearestEven(X);
 }
 // Doubles hold INT32_MAX exactly: anything at or above it saturates, which
 // also covers the values between it and 2^31 that round up to 2^31.
@@ -74,7 +87,7 @@ int32_t NearestInt32(double X) {
   if (!(X == X)) return 0;
   if (X >= 2147483647.0) return INT32_MAX;
   if (X <= -2147483648.0) return INT32_MIN;
-  return static_cast<int32_t>(std::nearbyint(X));
+  return NearestEven(X);
 }
 
 void FloatToInt32(const void* Src, void* Dst, size_t N) {
@@ -118,11 +131,16 @@ void ScaledDoubleToInt(void* SrcDst, void* Dst, size_t N, double Scale) {
   DoubleToInt32(SrcDst, Dst, N);
 }
 
-// Rounds an integral double into int32, saturating.
-int32_t SaturatedInt32(double R) {
-  if (R >= 2147483647.0) return INT32_MAX;
-  if (R <= -2147483648.0) return INT32_MIN;
-  return static_cast<int32_t>(R);
+// X rounded by Mode (0 towards zero, 1 to nearest even, 2 to nearest away
+// from zero) and saturated; X is not NaN.
+int32_t RoundedInt32(double X, int Mode) {
+  if (X >= 2147483647.0) return INT32_MAX;
+  if (X <= -2147483648.0) return INT32_MIN;
+  if (Mode == 1) return NearestEven(X);
+  const int64_t I = static_cast<int64_t>(X);
+  if (Mode == 0) return static_cast<int32_t>(I);
+  const double Fraction = X - static_cast<double>(I);
+  return static_cast<int32_t>(Fraction >= 0.5 ? I + 1 : Fraction <= -0.5 ? I - 1 : I);
 }
 
 }  // namespace
@@ -137,7 +155,7 @@ void ScaledToInt32(const void* Src, bool Double, void* Dst, size_t N, int Mode, 
       // Exact, except where it overflows (saturates below) or drops under
       // 2^-1022 (rounds to 0 below in every mode).
       X = std::ldexp(X, Shift);
-      R = SaturatedInt32(Mode == 0 ? std::trunc(X) : Mode == 2 ? std::round(X) : std::nearbyint(X));
+      R = RoundedInt32(X, Mode);
     }
     Put(Dst, I, R);
   }
