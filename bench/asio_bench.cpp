@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <ctime>
 #include <memory>
 #include <random>
@@ -93,7 +94,7 @@ constexpr size_t FirstOffset = 0, SecondOffset = 2048, ThirdOffset = 1024;
 
 // Nanoseconds of one memcpy of Bytes: the best of five batches of at least
 // 20 ms each.
-double MemcpyNs(size_t Bytes) {
+double MeasureMemcpyNs(size_t Bytes) {
   TMemory Src(Bytes, FirstOffset), Dst(Bytes, SecondOffset);
   size_t Calls = 1;
   double Best = 1e300;
@@ -115,6 +116,15 @@ double MemcpyNs(size_t Bytes) {
     }
   }
   return Best;
+}
+
+// Google Benchmark calls a benchmark several times while it settles the
+// iteration count: the baseline of each size is measured once per run.
+double MemcpyNs(size_t Bytes) {
+  static std::map<size_t, double> Cache;
+  auto It = Cache.find(Bytes);
+  if (It == Cache.end()) It = Cache.emplace(Bytes, MeasureMemcpyNs(Bytes)).first;
+  return It->second;
 }
 
 void Report(benchmark::State& State, double Ns, double BaseNs, size_t Bytes) {
@@ -208,7 +218,10 @@ void RegisterAll() {
     for (const TConversion& C : Conversions) {
       const std::string Name = std::string(C.Name) + "/" + PathName(Path);
       auto* B = benchmark::RegisterBenchmark(Name.c_str(), BM_Convert, C, Path);
-      for (int64_t N : Sizes) B->Arg(N);
+      // The fallback path is measured in cache only: far beyond the caches
+      // memory bandwidth decides, whatever the kernels.
+      for (int64_t N : Sizes)
+        if (Path == Paths[0] || N <= 4096) B->Arg(N);
     }
   }
 }
