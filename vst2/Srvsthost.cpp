@@ -45,73 +45,90 @@ void CopyToPlugIn(const std::string& Text, void* Ptr, size_t Room) {
   static_cast<char*>(Ptr)[N] = '\0';
 }
 
-// Integer PCM (one channel) to the plug-in's float channel, divided by Scale.
+// One mono integer sample of the buffer's width, read and written
+// little-endian (8-bit samples go through the buffer's own accessors).
+template <unsigned Bits>
+int32_t ReadSample(const uint8_t* P) {
+  if constexpr (Bits == 16) {
+    int16_t V;
+    std::memcpy(&V, P, 2);
+    return V;
+  } else if constexpr (Bits == 24) {
+    return static_cast<int32_t>(static_cast<uint32_t>(P[0]) << 8 | static_cast<uint32_t>(P[1]) << 16 |
+                                static_cast<uint32_t>(P[2]) << 24) >> 8;
+  } else {
+    int32_t V;
+    std::memcpy(&V, P, 4);
+    return V;
+  }
+}
+
+template <unsigned Bits>
+void WriteSample(uint8_t* P, int32_t V) {
+  if constexpr (Bits == 16) {
+    const int16_t S = static_cast<int16_t>(V);
+    std::memcpy(P, &S, 2);
+  } else if constexpr (Bits == 24) {
+    P[0] = static_cast<uint8_t>(V);
+    P[1] = static_cast<uint8_t>(V >> 8);
+    P[2] = static_cast<uint8_t>(V >> 16);
+  } else {
+    std::memcpy(P, &V, 4);
+  }
+}
+
+// Integer PCM (one channel) to the plug-in's float channel, divided by
+// Scale. Scale is a power of two, so multiplying by its inverse is exact.
+template <unsigned Bits, typename F>
+void LoadLoop(const uint8_t* P, size_t Samples, double Inv, F* Out) {
+  for (size_t J = 0; J < Samples; ++J) Out[J] = static_cast<F>(ReadSample<Bits>(P + Bits / 8 * J) * Inv);
+}
+
 template <typename F>
 void LoadChannel(const ISRAudioBuffer& Buffer, size_t Samples, double Scale, F* Out) {
-  const uint8_t* P = Buffer.GetData();
-  const F Inv = static_cast<F>(1.0 / Scale);
+  const double Inv = 1.0 / Scale;
   switch (Buffer.GetBits()) {
-    case 16: {
-      for (size_t J = 0; J < Samples; ++J) {
-        int16_t V;
-        std::memcpy(&V, P + 2 * J, 2);
-        Out[J] = static_cast<F>(V) * Inv;
-      }
-      break;
-    }
-    case 24: {
-      for (size_t J = 0; J < Samples; ++J) {
-        const uint8_t* S = P + 3 * J;
-        const int32_t V = static_cast<int32_t>(static_cast<uint32_t>(S[0]) << 8 | static_cast<uint32_t>(S[1]) << 16 |
-                                               static_cast<uint32_t>(S[2]) << 24) >> 8;
-        Out[J] = static_cast<F>(V) * Inv;
-      }
-      break;
-    }
-    case 32: {
-      for (size_t J = 0; J < Samples; ++J) {
-        int32_t V;
-        std::memcpy(&V, P + 4 * J, 4);
-        Out[J] = static_cast<F>(static_cast<double>(V) / Scale);
-      }
-      break;
-    }
+    case 16: LoadLoop<16>(Buffer.GetData(), Samples, Inv, Out); break;
+    case 24: LoadLoop<24>(Buffer.GetData(), Samples, Inv, Out); break;
+    case 32: LoadLoop<32>(Buffer.GetData(), Samples, Inv, Out); break;
     default:
-      for (size_t J = 0; J < Samples; ++J) Out[J] = static_cast<F>(Buffer.GetSample(J, 0) / Scale);
+      for (size_t J = 0; J < Samples; ++J) Out[J] = static_cast<F>(Buffer.GetSample(J, 0) * Inv);
       break;
   }
 }
 
 // The plug-in's float channel, multiplied by Scale and rounded to the nearest
-// integer (ties to even), saturated to the buffer's width; NaN becomes 0.
-// Answers how many samples were not finite.
+// integer (ties to even), saturated to [Lo, Hi]; NaN becomes 0. Answers how
+// many samples were not finite.
+template <typename F>
+int32_t ToSample(F X, double Scale, double Lo, double Hi, size_t& NonFinite) {
+  NonFinite += !std::isfinite(X);
+  const double V = std::nearbyint(static_cast<double>(X) * Scale);
+  return static_cast<int32_t>(V != V ? 0.0 : std::min(Hi, std::max(Lo, V)));
+}
+
+template <unsigned Bits, typename F>
+size_t StoreLoop(const F* In, size_t Samples, double Scale, uint8_t* P) {
+  const double Lo = ISRAudioBuffer::MinValue(Bits), Hi = ISRAudioBuffer::MaxValue(Bits);
+  size_t NonFinite = 0;
+  for (size_t J = 0; J < Samples; ++J) WriteSample<Bits>(P + Bits / 8 * J, ToSample(In[J], Scale, Lo, Hi, NonFinite));
+  return NonFinite;
+}
+
 template <typename F>
 size_t StoreChannel(const F* In, size_t Samples, double Scale, ISRAudioBuffer& Buffer) {
-  const unsigned Bits = Buffer.GetBits();
-  const double Lo = ISRAudioBuffer::MinValue(Bits), Hi = ISRAudioBuffer::MaxValue(Bits);
-  uint8_t* P = Buffer.GetData();
-  size_t NonFinite = 0;
-  for (size_t J = 0; J < Samples; ++J) {
-    NonFinite += !std::isfinite(In[J]);
-    double V = std::nearbyint(static_cast<double>(In[J]) * Scale);
-    V = V != V ? 0.0 : std::min(Hi, std::max(Lo, V));
-    const int32_t I = static_cast<int32_t>(V);
-    switch (Bits) {
-      case 16: {
-        const int16_t S = static_cast<int16_t>(I);
-        std::memcpy(P + 2 * J, &S, 2);
-        break;
-      }
-      case 24:
-        P[3 * J] = static_cast<uint8_t>(I);
-        P[3 * J + 1] = static_cast<uint8_t>(I >> 8);
-        P[3 * J + 2] = static_cast<uint8_t>(I >> 16);
-        break;
-      case 32: std::memcpy(P + 4 * J, &I, 4); break;
-      default: Buffer.SetSample(J, 0, I); break;
+  switch (Buffer.GetBits()) {
+    case 16: return StoreLoop<16>(In, Samples, Scale, Buffer.GetData());
+    case 24: return StoreLoop<24>(In, Samples, Scale, Buffer.GetData());
+    case 32: return StoreLoop<32>(In, Samples, Scale, Buffer.GetData());
+    default: {
+      const unsigned Bits = Buffer.GetBits();
+      const double Lo = ISRAudioBuffer::MinValue(Bits), Hi = ISRAudioBuffer::MaxValue(Bits);
+      size_t NonFinite = 0;
+      for (size_t J = 0; J < Samples; ++J) Buffer.SetSample(J, 0, ToSample(In[J], Scale, Lo, Hi, NonFinite));
+      return NonFinite;
     }
   }
-  return NonFinite;
 }
 
 }  // namespace
