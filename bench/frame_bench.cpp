@@ -9,7 +9,7 @@
 //                (the multi-input queues and reloads: two more copies)
 #include <benchmark/benchmark.h>
 
-#include "bench/Benchtiming.h"
+#include "bench/Benchsupport.h"
 
 #include <cstring>
 #include <vector>
@@ -43,22 +43,6 @@ class TBenchSource : public TWBComponent {
   std::vector<uint8_t> FBlock;
 };
 
-class TBenchSink : public TWBComponent {
- public:
-  explicit TBenchSink(size_t Frames) : Input(*this, "Input"), FOut(Frames * Channels * Bits / 8) {}
-  ~TBenchSink() override { BeginDestroy(); }
-  void SinkDispatch(TPWBasicPin*, TPWBasicPin*, TPWOperationID ID, TPWOperation& Op, TPWNotifyStates&) override {
-    if (ID != poidSuppliedBuffer) return;
-    const IWBDataBuffer* B = static_cast<TPWSuppliedBufferOperation&>(Op).GetBuffer();
-    std::memcpy(FOut.data(), B->GetData(), std::min(B->GetSize(), FOut.size()));
-    benchmark::DoNotOptimize(FOut.data());
-  }
-  TSRPWAudioSinkPin Input;
-
- private:
-  std::vector<uint8_t> FOut;
-};
-
 double GBaselineNs[2];  // per block, by size index
 
 int SizeIndex(size_t Frames) { return Frames == 256 ? 0 : 1; }
@@ -90,7 +74,7 @@ void BM_Chain3(benchmark::State& State) {
   const size_t Frames = static_cast<size_t>(State.range(0));
   TBenchSource Source(Frames);
   TSRCommonFilter Filter;
-  TBenchSink Sink(Frames);
+  Bench::TCopyingSink Sink(Frames * Channels * Bits / 8);
   Source.Output.Connect(Filter.GetInputPin());
   Filter.GetOutputPin()->Connect(Sink.Input);
   Source.Start();
@@ -105,7 +89,7 @@ void BM_ChainMulti(benchmark::State& State) {
   TBenchSource Source(Frames);
   TSRCommonFilter Filter;
   TSRBasicMultiInput Multi(nullptr, 1, 1);
-  TBenchSink Sink(Frames);
+  Bench::TCopyingSink Sink(Frames * Channels * Bits / 8);
   Multi.SetBufferSize(Frames);
   Source.Output.Connect(Filter.GetInputPin());
   Filter.GetOutputPin()->Connect(*Multi.GetInputPin(0));
