@@ -111,6 +111,13 @@ struct TStereoChain {
   }
 };
 
+// Points Host at a plug-in file and opens it.
+::testing::AssertionResult Opened(TSRVSTHost& Host, const std::string& Path) {
+  Host.SetFileName(Path);
+  if (Host.Open()) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << Path << " does not open";
+}
+
 size_t IndexOf(const std::vector<int32_t>& V, int32_t X, size_t From = 0) {
   for (size_t I = From; I < V.size(); ++I)
     if (V[I] == X) return I;
@@ -180,16 +187,14 @@ TEST(VstHost, EntryPointChoiceAndRefusedLibraries) {
     // Both exports: "main" is used.
     TPlugInProbe Probe("qvtestvst2_both");
     TSRVSTHost Host;
-    Host.SetFileName(Probe.Path);
-    ASSERT_TRUE(Host.Open());
+    ASSERT_TRUE(Opened(Host, Probe.Path));
     EXPECT_EQ(Host.GetUniqueID(), kQvTestUniqueIdMainEntry);
     EXPECT_EQ(Probe.Of(qrEntry).size(), 2u) << "once for the file change, once for Open";
     for (const auto& R : Probe.Of(qrEntry)) EXPECT_EQ(R.Opcode, qeMain);
   }
   {
     TSRVSTHost Host;
-    Host.SetFileName(PlugInPath("qvtestvst2_mainonly"));
-    ASSERT_TRUE(Host.Open());
+    ASSERT_TRUE(Opened(Host, PlugInPath("qvtestvst2_mainonly")));
     EXPECT_EQ(Host.GetUniqueID(), kQvTestUniqueId);
   }
   // No effect, no entry point: false, no report. Missing file: reported.
@@ -232,8 +237,7 @@ TEST(VstHost, EntryPointChoiceAndRefusedLibraries) {
 TEST(VstHost, CallbackAnswersEveryOpcodeAsTabled) {
   TPlugInProbe Probe("qvtestvst2");
   TSRVSTHost Host;
-  Host.SetFileName(Probe.Path);
-  ASSERT_TRUE(Host.Open());
+  ASSERT_TRUE(Opened(Host, Probe.Path));
   PVSTEffect E = Host.GetEffect();
   auto Ask = [&](int32_t Opcode, int32_t Index = 0, intptr_t Value = 0, void* Ptr = nullptr, float Opt = 0.0f) {
     return Probe.Call(E, Opcode, Index, Value, Ptr, Opt);
@@ -329,8 +333,7 @@ TEST(VstHost, CallbackAnswersEveryOpcodeAsTabled) {
 
 TEST(VstHost, PlugInCapabilitiesFromFlagsAndCanDo) {
   TSRVSTHost Host;
-  Host.SetFileName(PlugInPath("qvtestvst2"));
-  ASSERT_TRUE(Host.Open());
+  ASSERT_TRUE(Opened(Host, PlugInPath("qvtestvst2")));
   using F = TSRVSTPlugInSuportFlag;
   const TSRVSTPlugInSuports S = Host.GetPlugInSuports();
   EXPECT_TRUE(S.Contains(F::vstpsCanReplacing));
@@ -346,16 +349,14 @@ TEST(VstHost, PlugInCapabilitiesFromFlagsAndCanDo) {
   EXPECT_EQ(S.Contains(F::vstpsSendVstEvents), Editor);
 
   TSRVSTHost Double;
-  Double.SetFileName(PlugInPath("qvtestvst2_double"));
-  ASSERT_TRUE(Double.Open());
+  ASSERT_TRUE(Opened(Double, PlugInPath("qvtestvst2_double")));
   EXPECT_TRUE(Double.GetPlugInSuports().Contains(F::vstpsCanDoubleReplacing));
 }
 
 TEST(VstHost, StreamStartOrderScaleAndRounding) {
   TPlugInProbe Probe("qvtestvst2");
   TSRVSTHost Host;
-  Host.SetFileName(Probe.Path);
-  ASSERT_TRUE(Host.Open());
+  ASSERT_TRUE(Opened(Host, Probe.Path));
   Host.SetBufferSize(64);
   TStereoChain Chain;
   Chain.Wire(Host);
@@ -411,8 +412,7 @@ TEST(VstHost, StreamStartOrderScaleAndRounding) {
 TEST(VstHost, GainChannelMapAndProgramsShapeTheSound) {
   TPlugInProbe Probe("qvtestvst2");
   TSRVSTHost Host;
-  Host.SetFileName(Probe.Path);
-  ASSERT_TRUE(Host.Open());
+  ASSERT_TRUE(Opened(Host, Probe.Path));
   Host.SetBufferSize(32);
   EXPECT_EQ(Host.GetNumPrograms(), kQvTestNumPrograms);
   EXPECT_EQ(Host.GetProgramNameIndexed(2), "Swapped");
@@ -446,8 +446,7 @@ TEST(VstHost, GainChannelMapAndProgramsShapeTheSound) {
 TEST(VstHost, DisabledHostPassesThroughWithoutCallingThePlugIn) {
   TPlugInProbe Probe("qvtestvst2");
   TSRVSTHost Host;
-  Host.SetFileName(Probe.Path);
-  ASSERT_TRUE(Host.Open());
+  ASSERT_TRUE(Opened(Host, Probe.Path));
   Host.SetBufferSize(16);
   Host.SetEnabled(false);
   Host.SetParameter(qpGain, 0.0f);  // would silence the output if processed
@@ -471,8 +470,7 @@ TEST(VstHost, AccumulatingAndDoublePrecisionPlugIns) {
     // No effFlagsCanReplacing: outputs cleared, then the accumulating routine.
     TPlugInProbe Probe("qvtestvst2_accum");
     TSRVSTHost Host;
-    Host.SetFileName(Probe.Path);
-    ASSERT_TRUE(Host.Open());
+    ASSERT_TRUE(Opened(Host, Probe.Path));
     Host.SetBufferSize(8);
     TStereoChain Chain;
     Chain.Wire(Host);
@@ -489,8 +487,7 @@ TEST(VstHost, AccumulatingAndDoublePrecisionPlugIns) {
     // vstp64 with a plug-in that can: 64-bit blocks through the replacing routine.
     TPlugInProbe Probe("qvtestvst2_double");
     TSRVSTHost Host;
-    Host.SetFileName(Probe.Path);
-    ASSERT_TRUE(Host.Open());
+    ASSERT_TRUE(Opened(Host, Probe.Path));
     Host.SetBufferSize(8);
     Host.SetPrecision(TSRVSTPrecision::vstp64);
     TStereoChain Chain;
@@ -515,8 +512,7 @@ TEST(VstHost, AccumulatingAndDoublePrecisionPlugIns) {
     // vstp64 with a plug-in that cannot: nothing is negotiated.
     TPlugInProbe Probe("qvtestvst2");
     TSRVSTHost Host;
-    Host.SetFileName(Probe.Path);
-    ASSERT_TRUE(Host.Open());
+    ASSERT_TRUE(Opened(Host, Probe.Path));
     Host.SetPrecision(TSRVSTPrecision::vstp64);
     Host.SetPanLawType(TSRVSTPanLawType::vstkEqualPowerPanLaw);
     TStereoChain Chain;
@@ -536,8 +532,7 @@ TEST(VstHost, AccumulatingAndDoublePrecisionPlugIns) {
 TEST(VstHost, BypassPowerAndSurplusPins) {
   TPlugInProbe Probe("qvtestvst2");
   TSRVSTHost Host;
-  Host.SetFileName(Probe.Path);
-  ASSERT_TRUE(Host.Open());
+  ASSERT_TRUE(Opened(Host, Probe.Path));
   Probe.Clear();
   Host.SetBypass(true);
   Host.Suspend();
@@ -576,8 +571,7 @@ TEST(VstHost, BypassPowerAndSurplusPins) {
 
 TEST(VstHost, SteadyStateBlocksAllocateNothing) {
   TSRVSTHost Host;
-  Host.SetFileName(PlugInPath("qvtestvst2"));
-  ASSERT_TRUE(Host.Open());
+  ASSERT_TRUE(Opened(Host, PlugInPath("qvtestvst2")));
   Host.SetBufferSize(256);
   TTestSource Left(nullptr, 1, 16, 48000), Right(nullptr, 1, 16, 48000);
   TSRVSTHost* H = &Host;
