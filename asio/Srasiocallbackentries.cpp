@@ -122,6 +122,20 @@ void ASIOReleaseCallback(int32_t Index) {
   E.BufferSwitchTimeInfo.Clear();
 }
 
+int32_t ASIOReleaseCallbacksOf(const void* Object) {
+  if (!Object) return 0;
+  int32_t Released = 0;
+  for (int32_t I = 0; I < ASIOCallbackEntryCount; ++I) {
+    const TEntry& E = Entries[I];
+    if (E.BufferSwitch.Object.load() == Object || E.SampleRateDidChange.Object.load() == Object ||
+        E.AsioMessage.Object.load() == Object || E.BufferSwitchTimeInfo.Object.load() == Object) {
+      ASIOReleaseCallback(I);
+      ++Released;
+    }
+  }
+  return Released;
+}
+
 PASIOCallbacks ASIOCallbackRecord(int32_t Index) {
   return InRange(Index) ? &Records[static_cast<size_t>(Index)] : nullptr;
 }

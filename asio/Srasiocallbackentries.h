@@ -74,6 +74,11 @@ int32_t ASIOGetCallback(PASIOCallbacks& Callbacks, const TASIOBufferSwitchMethod
 // only an index ASIOGetCallback answered; others are ignored.
 void ASIOReleaseCallback(int32_t Index);
 
+// [main thread] Releases every entry with a method bound to Object; answers
+// how many. An object that goes away calls it, so that no entry it left
+// bound can reach it afterwards.
+int32_t ASIOReleaseCallbacksOf(const void* Object);
+
 // The record of entry Index (fixed for the life of the process), or null
 // outside 0..100. Its functions, called by a driver on any thread, forward to
 // the bound methods; unbound, bufferSwitch and sampleRateDidChange do

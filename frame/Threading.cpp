@@ -145,6 +145,8 @@ void Finish(const std::shared_ptr<TWaitState>& W, std::exception_ptr Failure) {
 
 void DrainFromPlatform() { ProcessMainThreadQueue(); }
 
+void Enqueue(const void* Sender, bool Wait, std::function<void()> Proc, bool Unique);
+
 }  // namespace
 
 void SetMainThread() {
@@ -167,6 +169,16 @@ void MainThreadExecute(const void* Sender, bool Wait, std::function<void()> Proc
     Proc();
     return;
   }
+  Enqueue(Sender, Wait, std::move(Proc), Unique);
+}
+
+void MainThreadPost(const void* Sender, std::function<void()> Proc, bool Unique) {
+  if (Proc) Enqueue(Sender, false, std::move(Proc), Unique);
+}
+
+namespace {
+
+void Enqueue(const void* Sender, bool Wait, std::function<void()> Proc, bool Unique) {
   auto& Q = Queue();
   std::shared_ptr<TWaitState> W;
   if (Wait) W = std::make_shared<TWaitState>();
@@ -191,6 +203,8 @@ void MainThreadExecute(const void* Sender, bool Wait, std::function<void()> Proc
   }
   if (Failure) std::rethrow_exception(Failure);
 }
+
+}  // namespace
 
 int ProcessMainThreadQueue() {
   auto& Q = Queue();

@@ -154,6 +154,10 @@ bool IsMainThread();
 // Proc are caught and dropped on the main thread (a waiting caller gets them
 // rethrown).
 void MainThreadExecute(const void* Sender, bool Wait, std::function<void()> Proc, bool Unique = false);
+// [any thread] Queues Proc for the main thread without waiting, also when
+// called from the main thread itself: Proc runs only once the current work
+// of the main thread is done and the queue is drained. Unique as above.
+void MainThreadPost(const void* Sender, std::function<void()> Proc, bool Unique = false);
 // [main thread] Runs every queued procedure; answers how many ran.
 int ProcessMainThreadQueue();
 // [main thread] Waits up to TimeoutMs for queued work, then drains it.

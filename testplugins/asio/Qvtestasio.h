@@ -227,6 +227,7 @@ inline int64_t QvTestAsioHalfBytes(TASIOSampleType Type, int32_t Frames) {
 // DSDInt8NER8 and unknown types get the byte 0x69 (DSD silence); the 1-bit
 // DSD types (no whole byte per sample) are filled with 0x69 per buffer.
 inline void QvTestAsioEncode(TASIOSampleType Type, int32_t Value, void* Dest) {
+  constexpr int32_t NarrowBits[4] = {16, 18, 20, 24};  // Int32xxx16, 18, 20, 24
   uint8_t Bytes[8] = {};
   int32_t Size = 4;
   bool Big = false;
@@ -243,10 +244,10 @@ inline void QvTestAsioEncode(TASIOSampleType Type, int32_t Value, void* Dest) {
     case ASIOSTInt32LSB: PutInt(uint32_t(Value), 4); break;
     case ASIOSTInt32MSB16: case ASIOSTInt32MSB18: case ASIOSTInt32MSB20: case ASIOSTInt32MSB24:
       Big = true;
-      PutInt(uint32_t(Value >> (32 - (16 + 2 * (Type - ASIOSTInt32MSB16)))), 4);
+      PutInt(uint32_t(Value >> (32 - NarrowBits[Type - ASIOSTInt32MSB16])), 4);
       break;
     case ASIOSTInt32LSB16: case ASIOSTInt32LSB18: case ASIOSTInt32LSB20: case ASIOSTInt32LSB24:
-      PutInt(uint32_t(Value >> (32 - (16 + 2 * (Type - ASIOSTInt32LSB16)))), 4);
+      PutInt(uint32_t(Value >> (32 - NarrowBits[Type - ASIOSTInt32LSB16])), 4);
       break;
     case ASIOSTFloat32MSB: Big = true; [[fallthrough]];
     case ASIOSTFloat32LSB: {

@@ -1,0 +1,162 @@
+// The whole chain a user builds: the test driver's inputs -> the device's
+// input pins -> a VST 2 host running the test plug-in -> the device's output
+// pins -> the driver's outputs, for every converted sample type. What the
+// driver captures is checked sample by sample against the known input
+// signal, taken through the device's conversion and the host's scaling.
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "asio/Srasioconvert.h"
+#include "tests/asio/Asiodevicefixture.h"
+#include "tests/support/Alloccounter.h"
+#include "testplugins/vst2/Qvtestplugin.h"
+#include "vst2/Srvsthost.h"
+
+namespace Quorvel {
+namespace {
+
+using Testing::AsioDeviceTest;
+
+constexpr int32_t N = 64;
+constexpr int Switches = 12;
+
+// The value the device's audio buffer holds for 32-bit signal value S
+// arriving as Type, and its width.
+int64_t FromDriver(TASIOSampleType Type, int32_t S, unsigned& Bits) {
+  Bits = ASIOBufferBitsForType(Type);
+  switch (Type) {
+    case ASIOSTInt16LSB: case ASIOSTInt16MSB: return S >> 16;
+    case ASIOSTInt24LSB: case ASIOSTInt24MSB: return S >> 8;
+    case ASIOSTInt32LSB16: case ASIOSTInt32MSB16: return S >> 16;
+    case ASIOSTInt32LSB24: case ASIOSTInt32MSB24: return S >> 8;
+    case ASIOSTFloat32LSB: case ASIOSTFloat32MSB: {
+      const double V = std::nearbyint(double(float(S) / 2147483648.0f * 2147483648.0f));
+      return V >= 2147483647.0 ? 2147483647 : int64_t(V);
+    }
+    case ASIOSTFloat64LSB: case ASIOSTFloat64MSB:
+      return int64_t(std::nearbyint(double(S) / 2147483647.0 * 2147483647.0));
+    default: return S;
+  }
+}
+
+// The host at single precision with the plug-in at unity gain: the sample
+// scaled by 2^-bits into a float, and back.
+int64_t ThroughHost(int64_t V, unsigned Bits) {
+  const double Scale = std::ldexp(1.0, int(Bits));
+  const double Back = std::nearbyint(double(float(double(V) / Scale)) * Scale);
+  const double Hi = std::ldexp(1.0, int(Bits) - 1) - 1, Lo = -std::ldexp(1.0, int(Bits) - 1);
+  return int64_t(std::min(std::max(Back, Lo), Hi));
+}
+
+// The bytes the driver should capture for buffer value V of an output of Type.
+std::vector<uint8_t> ToDriver(TASIOSampleType Type, int64_t V) {
+  std::vector<uint8_t> B;
+  auto Put = [&](uint64_t X, int Bytes, bool Big) {
+    for (int I = 0; I < Bytes; ++I) B.push_back(uint8_t(X >> (8 * (Big ? Bytes - 1 - I : I))));
+  };
+  switch (Type) {
+    case ASIOSTInt16LSB: Put(uint64_t(V), 2, false); break;
+    case ASIOSTInt16MSB: Put(uint64_t(V), 2, true); break;
+    case ASIOSTInt24LSB: Put(uint64_t(V), 3, false); break;
+    case ASIOSTInt24MSB: Put(uint64_t(V), 3, true); break;
+    case ASIOSTFloat32LSB: case ASIOSTFloat32MSB: {
+      const float F = float(int32_t(V)) / 2147483648.0f;
+      uint32_t X;
+      std::memcpy(&X, &F, 4);
+      Put(X, 4, Type == ASIOSTFloat32MSB);
+      break;
+    }
+    case ASIOSTFloat64LSB: case ASIOSTFloat64MSB: {
+      const double D = double(int32_t(V)) / 2147483647.0;
+      uint64_t X;
+      std::memcpy(&X, &D, 8);
+      Put(X, 8, Type == ASIOSTFloat64MSB);
+      break;
+    }
+    default: Put(uint64_t(V), 4, Type < ASIOSTInt16LSB); break;  // the 32-bit types, unshifted
+  }
+  return B;
+}
+
+class AsioChain : public AsioDeviceTest {
+ protected:
+  // Runs the chain on slot 0 with every channel of Type, stepping the
+  // driver; answers the captured bytes of each output channel.
+  void Run(TASIOSampleType Type, std::vector<std::vector<uint8_t>>& Captures, TSRASIOAudioDeviceStats& DeviceStats) {
+    TQvTestAsioConfig C = Config();
+    for (int I = 0; I < 2; ++I) C.Inputs[I].Type = C.Outputs[I].Type = Type;
+    C.Pacing = qvpManual;
+    SetConfig(C);
+
+    TSRASIOAudioDevice Device;
+    Prepare(Device, 0, 2, 2);
+    Device.GetBufferSize().SetUsePreferred(false);
+    Device.GetBufferSize().SetBufferSize(N);
+    Device.GetSampleRate().SetRate(48000);
+    TSRVSTHost Host;
+    Host.SetFileName(QV_TESTVST2_MAIN);
+    ASSERT_TRUE(Host.Open());
+    Host.SetBufferSize(N);
+    for (size_t I = 0; I < 2; ++I) {
+      ASSERT_TRUE(Device.GetInputChannels().GetItem(int(I)).GetOutputPin().Connect(*Host.GetInputPin(I)));
+      ASSERT_TRUE(Host.GetOutputPin(I)->Connect(Device.GetOutputChannels().GetItem(int(I)).GetInputPin()));
+    }
+    ASSERT_TRUE(Device.Start());
+    ASSERT_TRUE(Device.GetRunning());
+    EXPECT_EQ(Device.GetBufferSize().GetRunningSize(), N);
+    ASSERT_TRUE(StepLockstep(Device, Switches, 2)) << "the chain did not deliver";
+    DeviceStats = Device.GetStats();
+    // The capture goes with the driver's buffers: read it before stopping.
+    const int64_t Half = QvTestAsioHalfBytes(Type, N);
+    for (int32_t Ch = 0; Ch < 2; ++Ch) {
+      std::vector<uint8_t> Bytes(size_t(Half * Switches));
+      EXPECT_EQ(Api->ReadCapture(0, Ch, Bytes.data(), int64_t(Bytes.size())), int64_t(Bytes.size()));
+      Captures.push_back(std::move(Bytes));
+    }
+    Device.Stop();
+    EXPECT_FALSE(Device.GetRunning());
+    EXPECT_EQ(Stats().BuffersCreated, 0);
+  }
+};
+
+TEST_F(AsioChain, EverySampleTypeArrivesThroughThePlugInAsConverted) {
+  const TASIOSampleType Types[] = {ASIOSTInt16LSB,   ASIOSTInt24LSB,   ASIOSTInt32LSB,  ASIOSTFloat32LSB,
+                                   ASIOSTFloat64LSB, ASIOSTInt16MSB,   ASIOSTInt24MSB,  ASIOSTInt32MSB,
+                                   ASIOSTFloat32MSB, ASIOSTFloat64MSB, ASIOSTInt32LSB16, ASIOSTInt32MSB24};
+  for (TASIOSampleType Type : Types) {
+    SCOPED_TRACE("sample type " + std::to_string(Type));
+    std::vector<std::vector<uint8_t>> Captures;
+    TSRASIOAudioDeviceStats St;
+    Run(Type, Captures, St);
+    if (HasFatalFailure()) return;
+    EXPECT_EQ(St.Switches, uint64_t(Switches));
+    EXPECT_EQ(St.InputBuffers, uint64_t(2 * Switches));
+    EXPECT_EQ(St.LostBuffers, 0u);
+    const size_t Bytes = size_t(QvTestAsioSampleBytes(Type));
+    for (int32_t Ch = 0; Ch < 2; ++Ch) {
+      const auto& Got = Captures[size_t(Ch)];
+      // The first half-buffer goes out before any audio came back: silence.
+      const std::vector<uint8_t> Silence(Bytes * N, 0);
+      EXPECT_TRUE(std::equal(Silence.begin(), Silence.end(), Got.begin())) << "channel " << Ch;
+      // Every later one carries the input of the switch before it.
+      int Mismatches = 0;
+      for (int64_t P = 0; P < int64_t(N) * (Switches - 1) && Mismatches < 3; ++P) {
+        unsigned Bits;
+        const int64_t In = FromDriver(Type, QvTestAsioSignal(Ch, uint64_t(P)), Bits);
+        const auto Want = ToDriver(Type, ThroughHost(In, Bits));
+        ASSERT_EQ(Want.size(), Bytes);
+        if (!std::equal(Want.begin(), Want.end(), Got.begin() + (P + N) * int64_t(Bytes))) {
+          ADD_FAILURE() << "channel " << Ch << " position " << P << " input " << In << " expected "
+                        << ::testing::PrintToString(Want) << " got "
+                        << ::testing::PrintToString(std::vector<uint8_t>(Got.begin() + (P + N) * int64_t(Bytes),
+                                                                         Got.begin() + (P + N + 1) * int64_t(Bytes)));
+          ++Mismatches;
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace Quorvel
