@@ -678,6 +678,8 @@ bool TSRASIOAudioDevice::Start() {
     ~TDone() { Flag = false; }
   } Done{FStarting};
   IASIO* D = FDriver.Get();
+  FCounters.Switches = FCounters.Skipped = FCounters.Inputs = FCounters.Submitted = FCounters.Outputs =
+      FCounters.Lost = 0;
 
   AnnounceInputs();
 
@@ -760,8 +762,6 @@ bool TSRASIOAudioDevice::Start() {
     std::lock_guard<std::mutex> L(FProcessLock);
     FProcessInputs = std::move(ProcessList);
   }
-  FCounters.Switches = FCounters.Skipped = FCounters.Inputs = FCounters.Submitted = FCounters.Outputs =
-      FCounters.Lost = 0;
   {
     std::lock_guard<std::mutex> L(FExchangeLock);
     FRunInputs = std::move(Inputs);

@@ -158,5 +158,33 @@ TEST_F(AsioChain, EverySampleTypeArrivesThroughThePlugInAsConverted) {
   }
 }
 
+// Once the pool is warm, a buffer switch through the whole chain (driver
+// thread, processing thread, host, output queues) allocates nothing.
+TEST_F(AsioChain, SteadyStateAllocatesNothing) {
+  TQvTestAsioConfig C = Config();
+  C.Pacing = qvpManual;
+  SetConfig(C);
+  TSRASIOAudioDevice Device;
+  Prepare(Device, 0, 2, 2);
+  Device.GetBufferSize().SetUsePreferred(false);
+  Device.GetBufferSize().SetBufferSize(N);
+  TSRVSTHost Host;
+  Host.SetFileName(QV_TESTVST2_NULL);
+  ASSERT_TRUE(Host.Open());
+  Host.SetBufferSize(N);
+  for (size_t I = 0; I < 2; ++I) {
+    ASSERT_TRUE(Device.GetInputChannels().GetItem(int(I)).GetOutputPin().Connect(*Host.GetInputPin(I)));
+    ASSERT_TRUE(Host.GetOutputPin(I)->Connect(Device.GetOutputChannels().GetItem(int(I)).GetInputPin()));
+  }
+  ASSERT_TRUE(Device.Start());
+  ASSERT_TRUE(StepLockstep(Device, 50, 2));
+  const uint64_t Before = Testing::HeapAllocationCount();
+  ASSERT_TRUE(StepLockstep(Device, 200, 2));
+  const uint64_t Allocations = Testing::HeapAllocationCount() - Before;
+  EXPECT_EQ(Allocations, 0u);
+  EXPECT_EQ(Device.GetStats().LostBuffers, 0u);
+  Device.Stop();
+}
+
 }  // namespace
 }  // namespace Quorvel

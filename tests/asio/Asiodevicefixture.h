@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <functional>
 #include <thread>
 
 #include "asio/Srasioaudiodevice.h"
@@ -48,7 +47,9 @@ class AsioDeviceTest : public ::testing::Test {
   }
 
   // Polls Done (draining the main-thread queue) for up to Ms milliseconds.
-  static bool WaitUntil(const std::function<bool()>& Done, int Ms = 5000) {
+  // (A template, so that waiting allocates nothing.)
+  template <typename F>
+  static bool WaitUntil(F&& Done, int Ms = 5000) {
     const auto End = std::chrono::steady_clock::now() + std::chrono::milliseconds(Ms);
     while (!Done()) {
       if (std::chrono::steady_clock::now() > End) return false;
