@@ -484,6 +484,24 @@ TEST_F(AsioDeviceTest, ResetRequestsStopTheDeviceOnTheMainThread) {
   EXPECT_EQ(Threading::ProcessMainThreadQueue(), 0);
 }
 
+// With pumping on, every exchange asks each connected output's source for
+// more; without it, none does.
+TEST_F(AsioDeviceTest, MasterPumpingAsksUpstreamAfterEachExchange) {
+  TQvTestAsioConfig C = Config();
+  C.Pacing = qvpManual;
+  SetConfig(C);
+  TSRASIOAudioDevice Device;
+  Prepare(Device, 0, 0, 2);
+  Testing::TTestSource Source(nullptr, 1, 16, 44100);
+  ASSERT_TRUE(Source.Output.Connect(Device.GetOutputChannels().GetItem(1).GetInputPin()));
+  ASSERT_TRUE(Device.Start());
+  ASSERT_TRUE(StepLockstep(Device, 2, 0));
+  Device.SetMasterPumping(true);
+  ASSERT_TRUE(StepLockstep(Device, 3, 0));
+  Device.Stop();
+  EXPECT_EQ(Source.UpstreamIDs, std::vector<TPWOperationID>(3, poidMasterPump));
+}
+
 // Start, stop and close from the main thread while the driver's thread
 // switches as fast as it can: no deadlock, no race, nothing left running.
 TEST_F(AsioDeviceTest, StartStopCloseWhileTheDriverRuns) {
