@@ -45,4 +45,12 @@ class TCopyingSink : public TWBComponent {
   std::vector<uint8_t> FOut;
 };
 
+// A source whose pin the benchmark drives itself.
+class TPinSource : public TWBComponent {
+ public:
+  TPinSource() : Output(*this, "Output") {}
+  ~TPinSource() override { BeginDestroy(); }
+  TSRPWAudioSourcePin Output;
+};
+
 }  // namespace Quorvel::Bench

@@ -56,13 +56,6 @@ double ClockNs(clockid_t Clock) {
   return static_cast<double>(T.tv_sec) * 1e9 + static_cast<double>(T.tv_nsec);
 }
 
-class TBenchSource : public TWBComponent {
- public:
-  TBenchSource() : Output(*this, "Output") {}
-  ~TBenchSource() override { BeginDestroy(); }
-  TSRPWAudioSourcePin Output;
-};
-
 // The host alone: each channel gets the block the device would hand it (mono,
 // 32 bits, as an Int32LSB input arrives) and the host's output is copied out.
 void BM_HostBlock(benchmark::State& State) {
@@ -73,7 +66,7 @@ void BM_HostBlock(benchmark::State& State) {
     return;
   }
   Host.SetBufferSize(Frames);
-  TBenchSource Sources[Channels];
+  Bench::TPinSource Sources[Channels];
   Bench::TCopyingSink Sinks[Channels] = {Bench::TCopyingSink(Frames * 4), Bench::TCopyingSink(Frames * 4)};
   ISRAudioBufferRef Blocks[Channels];
   for (int C = 0; C < Channels; ++C) {

@@ -76,13 +76,6 @@ void BM_DirectCall(benchmark::State& State) {
   Platform::FreeCodeLibrary(Module);
 }
 
-class TBenchSource : public TWBComponent {
- public:
-  TBenchSource() : Output(*this, "Output") {}
-  ~TBenchSource() override { BeginDestroy(); }
-  TSRPWAudioSourcePin Output;
-};
-
 // The same block through source pins -> host -> sink pins.
 void BM_HostBlock(benchmark::State& State) {
   TSRVSTHost Host;
@@ -92,7 +85,7 @@ void BM_HostBlock(benchmark::State& State) {
     return;
   }
   Host.SetBufferSize(Frames);
-  TBenchSource Sources[Channels];
+  Bench::TPinSource Sources[Channels];
   // Each keeps what arrives, as the direct call's output arrays do.
   Bench::TCopyingSink Sinks[Channels] = {Bench::TCopyingSink(Frames * 2), Bench::TCopyingSink(Frames * 2)};
   ISRAudioBufferRef Blocks[Channels];

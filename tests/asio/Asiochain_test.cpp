@@ -81,6 +81,18 @@ std::vector<uint8_t> ToDriver(TASIOSampleType Type, int64_t V) {
 
 class AsioChain : public AsioDeviceTest {
  protected:
+  // Slot 0's two inputs -> the plug-in -> its two outputs, in blocks of N.
+  void Wire(TSRASIOAudioDevice& Device, TSRVSTHost& Host, const char* PlugIn) {
+    Prepare(Device, 0, 2, 2, N);
+    Host.SetFileName(PlugIn);
+    ASSERT_TRUE(Host.Open());
+    Host.SetBufferSize(N);
+    for (size_t I = 0; I < 2; ++I) {
+      ASSERT_TRUE(Device.GetInputChannels().GetItem(int(I)).GetOutputPin().Connect(*Host.GetInputPin(I)));
+      ASSERT_TRUE(Host.GetOutputPin(I)->Connect(Device.GetOutputChannels().GetItem(int(I)).GetInputPin()));
+    }
+  }
+
   // Runs the chain on slot 0 with every channel of Type, stepping the
   // driver; answers the captured bytes of each output channel.
   void Run(TASIOSampleType Type, std::vector<std::vector<uint8_t>>& Captures, TSRASIOAudioDeviceStats& DeviceStats) {
@@ -90,18 +102,10 @@ class AsioChain : public AsioDeviceTest {
     SetConfig(C);
 
     TSRASIOAudioDevice Device;
-    Prepare(Device, 0, 2, 2);
-    Device.GetBufferSize().SetUsePreferred(false);
-    Device.GetBufferSize().SetBufferSize(N);
     Device.GetSampleRate().SetRate(48000);
     TSRVSTHost Host;
-    Host.SetFileName(QV_TESTVST2_MAIN);
-    ASSERT_TRUE(Host.Open());
-    Host.SetBufferSize(N);
-    for (size_t I = 0; I < 2; ++I) {
-      ASSERT_TRUE(Device.GetInputChannels().GetItem(int(I)).GetOutputPin().Connect(*Host.GetInputPin(I)));
-      ASSERT_TRUE(Host.GetOutputPin(I)->Connect(Device.GetOutputChannels().GetItem(int(I)).GetInputPin()));
-    }
+    Wire(Device, Host, QV_TESTVST2_MAIN);
+    if (HasFatalFailure()) return;
     ASSERT_TRUE(Device.Start());
     ASSERT_TRUE(Device.GetRunning());
     EXPECT_EQ(Device.GetBufferSize().GetRunningSize(), N);
@@ -165,17 +169,9 @@ TEST_F(AsioChain, SteadyStateAllocatesNothing) {
   C.Pacing = qvpManual;
   SetConfig(C);
   TSRASIOAudioDevice Device;
-  Prepare(Device, 0, 2, 2);
-  Device.GetBufferSize().SetUsePreferred(false);
-  Device.GetBufferSize().SetBufferSize(N);
   TSRVSTHost Host;
-  Host.SetFileName(QV_TESTVST2_NULL);
-  ASSERT_TRUE(Host.Open());
-  Host.SetBufferSize(N);
-  for (size_t I = 0; I < 2; ++I) {
-    ASSERT_TRUE(Device.GetInputChannels().GetItem(int(I)).GetOutputPin().Connect(*Host.GetInputPin(I)));
-    ASSERT_TRUE(Host.GetOutputPin(I)->Connect(Device.GetOutputChannels().GetItem(int(I)).GetInputPin()));
-  }
+  Wire(Device, Host, QV_TESTVST2_NULL);
+  if (HasFatalFailure()) return;
   ASSERT_TRUE(Device.Start());
   ASSERT_TRUE(StepLockstep(Device, 50, 2));
   const uint64_t Before = Testing::HeapAllocationCount();

@@ -1,4 +1,4 @@
-// What the tests of the ASIO audio device share: the test driver registered
+// What the ASIO tests share: the test driver registered
 // where hosts find drivers and reset around each test, a device opened on
 // one of its slots, and a driver stepped one buffer switch at a time.
 #pragma once
@@ -39,11 +39,14 @@ class AsioDeviceTest : public ::testing::Test {
     return St;
   }
 
-  // A device on slot Slot with Inputs and Outputs channel items.
-  static void Prepare(TSRASIOAudioDevice& Device, int32_t Slot, int Inputs, int Outputs) {
+  // A device on slot Slot with Inputs and Outputs channel items, asking for
+  // BufferSize samples (0: the driver's preferred size).
+  static void Prepare(TSRASIOAudioDevice& Device, int32_t Slot, int Inputs, int Outputs, uint32_t BufferSize = 0) {
     Device.GetDevice().SetDeviceName(QvTestAsioNames[Slot]);
     Device.GetInputChannels().SetCount(Inputs);
     Device.GetOutputChannels().SetCount(Outputs);
+    Device.GetBufferSize().SetUsePreferred(BufferSize == 0);
+    if (BufferSize) Device.GetBufferSize().SetBufferSize(BufferSize);
   }
 
   // Polls Done (draining the main-thread queue) for up to Ms milliseconds.

@@ -15,29 +15,12 @@
 #include "asio/Srasiocallbackentries.h"
 #include "asio/Srasiodevice.h"
 #include "testplugins/asio/Qvtestasio.h"
+#include "tests/asio/Asiodevicefixture.h"
 
 namespace Quorvel {
 namespace {
 
-class AsioTestDriver : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_TRUE(ASIOInitializeComForThisThread());
-    Api = QvTestAsioApi();
-    ASSERT_NE(Api, nullptr);
-    ASSERT_TRUE(QvTestAsioRegisterDrivers());
-    for (int32_t Slot = 0; Slot < QvTestAsioDriverCount; ++Slot) Api->Reset(Slot);
-  }
-  void TearDown() override {
-    for (int32_t Slot = 0; Slot < QvTestAsioDriverCount; ++Slot) Api->Reset(Slot);
-  }
-  TQvTestAsioStats Stats(int32_t Slot) const {
-    TQvTestAsioStats S{};
-    Api->GetStats(Slot, &S);
-    return S;
-  }
-  const TQvTestAsioApi* Api = nullptr;
-};
+using AsioTestDriver = Testing::AsioDeviceTest;
 
 TEST_F(AsioTestDriver, OpensByNameIdentifierOrAlternativeAndReleasesTheObject) {
   std::vector<std::string> Names;

@@ -432,9 +432,7 @@ TEST_F(AsioDeviceTest, SurvivesDriversThatBehaveOddly) {
     C.Behaviours |= Odd;
     SetConfig(C);
     TSRASIOAudioDevice Device;
-    Prepare(Device, 0, 2, 2);
-    Device.GetBufferSize().SetUsePreferred(false);
-    Device.GetBufferSize().SetBufferSize(64);
+    Prepare(Device, 0, 2, 2, 64);
     Loop(Device);
     ASSERT_TRUE(Device.Start());
     ASSERT_TRUE(StepLockstep(Device, 6, 2));
@@ -511,9 +509,7 @@ TEST_F(AsioDeviceTest, StartStopCloseWhileTheDriverRuns) {
   SetConfig(C);
   {
     TSRASIOAudioDevice Device;
-    Prepare(Device, 0, 2, 2);
-    Device.GetBufferSize().SetUsePreferred(false);
-    Device.GetBufferSize().SetBufferSize(64);
+    Prepare(Device, 0, 2, 2, 64);
     Loop(Device);
     for (int I = 0; I < 30; ++I) {
       ASSERT_TRUE(Device.Start());
