@@ -21,6 +21,15 @@ constexpr int32_t MaxRunningSize = 1 << 20;
 // Room asked for when reading the driver's clock sources.
 constexpr int32_t MaxClockSources = 64;
 
+// The device whose exchange this thread is running: a driver that calls
+// back into it from inside one of our calls is ignored, not deadlocked.
+thread_local const void* GExchanging = nullptr;
+
+struct TExchangeMark {
+  explicit TExchangeMark(const void* Device) { GExchanging = Device; }
+  ~TExchangeMark() { GExchanging = nullptr; }
+};
+
 std::string ChannelInfoText(bool Input, int32_t Index) {
   char Text[64];
   std::snprintf(Text, sizeof Text, Input ? "Can't get inpit channel %d info" : "Can't get outpit channel %d info",
@@ -919,9 +928,14 @@ void TSRASIOAudioDevice::Warning(const std::string& Text, int32_t Code) {
 // ---- driver callbacks -----------------------------------------------------------------
 
 void TSRASIOAudioDevice::BufferSwitch(int32_t Index, TASIOBool DirectProcess) {
+  if (GExchanging == this) {
+    FCounters.Skipped.fetch_add(1, std::memory_order_relaxed);
+    return;
+  }
   TASIOTime Time{};
   {
     std::lock_guard<std::mutex> L(FExchangeLock);
+    TExchangeMark Mark(this);
     if (FExchangeActive) {
       TASIOSamples Position{};
       TASIOTimeStamp Stamp{};
@@ -936,7 +950,12 @@ void TSRASIOAudioDevice::BufferSwitch(int32_t Index, TASIOBool DirectProcess) {
 }
 
 TASIOTime* TSRASIOAudioDevice::BufferSwitchTimeInfo(TASIOTime* Params, int32_t Index, TASIOBool DirectProcess) {
+  if (GExchanging == this) {
+    FCounters.Skipped.fetch_add(1, std::memory_order_relaxed);
+    return nullptr;
+  }
   std::lock_guard<std::mutex> L(FExchangeLock);
+  TExchangeMark Mark(this);
   if (!FExchangeActive || (Index != 0 && Index != 1)) {
     FCounters.Skipped.fetch_add(1, std::memory_order_relaxed);
     return nullptr;

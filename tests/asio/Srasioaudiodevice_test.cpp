@@ -500,6 +500,38 @@ TEST_F(AsioDeviceTest, MasterPumpingAsksUpstreamAfterEachExchange) {
   EXPECT_EQ(Source.UpstreamIDs, std::vector<TPWOperationID>(3, poidMasterPump));
 }
 
+// A callback made from inside the device's own exchange (here: by the source
+// it pumps) is ignored instead of waiting for the exchange to end.
+class TReentrantSource : public TWBComponent {
+ public:
+  explicit TReentrantSource(TSRASIOAudioDevice& Device) : Output(*this, "Output"), FDevice(Device) {}
+  ~TReentrantSource() override { BeginDestroy(); }
+  void SourceDispatch(TPWBasicPin*, TPWBasicPin*, TPWOperationID, TPWOperation&, TPWNotifyStates&) override {
+    FDevice.BufferSwitch(0, ASIOTrue);
+    FDevice.BufferSwitchTimeInfo(nullptr, 1, ASIOTrue);
+  }
+  TSRPWAudioSourcePin Output;
+
+ private:
+  TSRASIOAudioDevice& FDevice;
+};
+
+TEST_F(AsioDeviceTest, CallbacksFromInsideTheExchangeAreIgnored) {
+  TQvTestAsioConfig C = Config();
+  C.Pacing = qvpManual;
+  SetConfig(C);
+  TSRASIOAudioDevice Device;
+  Prepare(Device, 0, 0, 1);
+  TReentrantSource Source(Device);
+  ASSERT_TRUE(Source.Output.Connect(Device.GetOutputChannels().GetItem(0).GetInputPin()));
+  Device.SetMasterPumping(true);
+  ASSERT_TRUE(Device.Start());
+  ASSERT_TRUE(StepLockstep(Device, 2, 0));
+  EXPECT_EQ(Device.GetStats().Switches, 2u);
+  EXPECT_EQ(Device.GetStats().SkippedSwitches, 4u);
+  Device.Stop();
+}
+
 // Start, stop and close from the main thread while the driver's thread
 // switches as fast as it can: no deadlock, no race, nothing left running.
 TEST_F(AsioDeviceTest, StartStopCloseWhileTheDriverRuns) {
