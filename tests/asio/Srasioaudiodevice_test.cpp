@@ -212,6 +212,15 @@ TEST_F(AsioDeviceTest, OpenReadsTheDriverAndStartAnnouncesEachInput) {
   Device.SetOpened(false);
   EXPECT_FALSE(Device.GetOpened());
   EXPECT_EQ(Stats().LiveObjects, 0);
+  // While properties are being loaded, enabling only records the wish; the
+  // device starts when loading ends.
+  Device.BeginLoading();
+  Device.SetEnabled(true);
+  EXPECT_FALSE(Device.GetOpened());
+  Device.EndLoading();
+  EXPECT_TRUE(Device.GetRunning());
+  Device.Close();
+  EXPECT_FALSE(Device.GetEnabled());
 }
 
 struct TReport {
