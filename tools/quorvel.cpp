@@ -2,11 +2,14 @@
 //   quorvel info PLUGIN                 what a VST 2 plug-in is and offers
 //   quorvel process PLUGIN -i IN -o OUT  a WAV file through a plug-in
 //   quorvel demo                         the bundled test plug-in on a generated tone
+//   quorvel asio list|info|run           ASIO drivers and a chain through one (Quorvelasio.cpp)
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -14,9 +17,11 @@
 #include "frame/Srfilecomponents.h"
 #include "platform/Console.h"
 #include "platform/Library.h"
+#include "tools/Quorvelcli.h"
 #include "vst2/Srvsthost.h"
 
 using namespace Quorvel;
+using namespace Quorvel::Cli;
 
 namespace {
 
@@ -32,7 +37,25 @@ const char* const kUsage =
     "      --bypass      ask the plug-in to bypass\n"
     "      -q            no progress bar\n"
     "  quorvel demo [-o OUT.wav] [-s SECONDS] [-f HZ] [-p PLUGIN]\n"
-    "      a tone through the bundled test plug-in (default quorvel-demo.wav)\n";
+    "      a tone through the bundled test plug-in (default quorvel-demo.wav)\n"
+    "  quorvel asio list\n"
+    "      the installed ASIO drivers\n"
+    "  quorvel asio info NAME\n"
+    "      driver version, sample rates, latencies, buffer sizes, clocks, channels\n"
+    "  quorvel asio run NAME [-s SECONDS] [-r RATE] [-b FRAMES] [-p PLUGIN]... [-q]\n"
+    "      the driver's inputs through the plug-ins (none: straight) to its outputs\n"
+    "      -s SECONDS    how long to run (default 2)\n"
+    "      -r RATE       sample rate to set (default: the driver's current rate)\n"
+    "      -b FRAMES     buffer size (default: the driver's preferred size)\n"
+    "      -p PLUGIN     a VST 2 plug-in in the chain; may be repeated\n"
+    "      -q            no progress bar\n"
+    "      On Windows the drivers are those installed in the registry; on Linux,\n"
+    "      which has no ASIO registry, they are the bundled test drivers\n"
+    "      (\"Quorvel Test ASIO\", \"Quorvel Test ASIO Float\"), registered in process.\n";
+
+}  // namespace
+
+namespace Quorvel::Cli {
 
 int Usage() {
   std::fputs(kUsage, stderr);
@@ -56,6 +79,63 @@ bool ParseInt(const char* Text, long& Value) {
   return End && *End == '\0' && End != Text;
 }
 
+void TReports::Attach(TWBComponent& C) {
+  C.OnError = [this](TWBComponent*, const std::string& Message, int32_t, bool& Handled) {
+    std::lock_guard<std::mutex> L(FMutex);
+    FErrors.push_back(Message);
+    Handled = true;
+  };
+  C.OnWarning = [](TWBComponent*, const std::string& Message, int32_t) {
+    std::fprintf(stderr, "quorvel: warning: %s\n", Message.c_str());
+  };
+}
+
+bool TReports::Empty() const {
+  std::lock_guard<std::mutex> L(FMutex);
+  return FErrors.empty();
+}
+
+std::string TReports::First() const {
+  std::lock_guard<std::mutex> L(FMutex);
+  return FErrors.empty() ? std::string() : FErrors.front();
+}
+
+std::string TReports::Last() const {
+  std::lock_guard<std::mutex> L(FMutex);
+  return FErrors.empty() ? std::string() : FErrors.back();
+}
+
+bool OpenPlugIn(TSRVSTHost& Host, TReports& Reports, const std::string& File) {
+  Host.SetFileName(File);
+  if (Host.Open()) return true;
+  if (!Reports.Empty())
+    Fail(Reports.Last());
+  else
+    Fail(File + " is not a VST 2 plug-in (no entry point, or it made no effect)");
+  return false;
+}
+
+TProgressBar::TProgressBar(bool Enabled) : FEnabled(Enabled && Platform::StandardErrorIsTerminal()) {}
+
+void TProgressBar::Show(uint64_t Done, uint64_t Total) {
+  if (!FEnabled || Total == 0) return;
+  const int Percent = static_cast<int>(std::min(Done, Total) * 100 / Total);
+  if (Percent == FLast) return;
+  FLast = Percent;
+  const int Width = 40, Filled = Percent * Width / 100;
+  std::fprintf(stderr, "\r[%s%s] %3d%%", std::string(static_cast<size_t>(Filled), '#').c_str(),
+               std::string(static_cast<size_t>(Width - Filled), ' ').c_str(), Percent);
+  std::fflush(stderr);
+}
+
+void TProgressBar::Finish() {
+  if (FEnabled && FLast >= 0) std::fputc('\n', stderr);
+}
+
+}  // namespace Quorvel::Cli
+
+namespace {
+
 std::string FourChars(int32_t Id) {
   std::string S;
   for (int Shift = 24; Shift >= 0; Shift -= 8) {
@@ -63,31 +143,6 @@ std::string FourChars(int32_t Id) {
     S += (C >= 32 && C < 127) ? C : '.';
   }
   return S;
-}
-
-// Collects the host's reports; the command decides what to do with them.
-struct TReports {
-  std::vector<std::string> Errors;
-  void Attach(TWBComponent& C) {
-    C.OnError = [this](TWBComponent*, const std::string& Message, int32_t, bool& Handled) {
-      Errors.push_back(Message);
-      Handled = true;
-    };
-    C.OnWarning = [](TWBComponent*, const std::string& Message, int32_t) {
-      std::fprintf(stderr, "quorvel: warning: %s\n", Message.c_str());
-    };
-  }
-};
-
-// Opens PLUGIN in Host; on failure prints why and answers false.
-bool OpenPlugIn(TSRVSTHost& Host, TReports& Reports, const std::string& File) {
-  Host.SetFileName(File);
-  if (Host.Open()) return true;
-  if (!Reports.Errors.empty())
-    Fail(Reports.Errors.back());
-  else
-    Fail(File + " is not a VST 2 plug-in (no entry point, or it made no effect)");
-  return false;
 }
 
 // ---- info ------------------------------------------------------------------------------
@@ -153,29 +208,6 @@ int Info(int Argc, char** Argv) {
 
 // ---- process ---------------------------------------------------------------------------
 
-class TProgressBar {
- public:
-  explicit TProgressBar(bool Enabled) : FEnabled(Enabled && Platform::StandardErrorIsTerminal()) {}
-  bool Show(uint64_t Done, uint64_t Total) {
-    if (!FEnabled || Total == 0) return true;
-    const int Percent = static_cast<int>(Done * 100 / Total);
-    if (Percent == FLast) return true;
-    FLast = Percent;
-    const int Width = 40, Filled = Percent * Width / 100;
-    std::fprintf(stderr, "\r[%s%s] %3d%%", std::string(static_cast<size_t>(Filled), '#').c_str(),
-                 std::string(static_cast<size_t>(Width - Filled), ' ').c_str(), Percent);
-    std::fflush(stderr);
-    return true;
-  }
-  void Finish() {
-    if (FEnabled && FLast >= 0) std::fputc('\n', stderr);
-  }
-
- private:
-  bool FEnabled;
-  int FLast = -1;
-};
-
 struct TProcessOptions {
   std::string PlugIn, Input, Output;
   long BlockSize = 256;
@@ -210,7 +242,7 @@ int RunChain(const TProcessOptions& O, TSRAudioFileSource& Source, bool Verbose)
   Host.SetPrecision(O.Precision);
   Host.SetBypass(O.Bypass);
 
-  if (!Source.Open()) return Fail(Reports.Errors.empty() ? "cannot read " + O.Input : Reports.Errors.back());
+  if (!Source.Open()) return Fail(Reports.Empty() ? "cannot read " + O.Input : Reports.Last());
   const auto Info = Source.GetInfo();
   const size_t Outs = Host.GetOutputPins().Count();
   if (Outs == 0) return Fail(O.PlugIn + " has no outputs");
@@ -230,9 +262,12 @@ int RunChain(const TProcessOptions& O, TSRAudioFileSource& Source, bool Verbose)
                 Host.GetEffectName().c_str(), Info.SampleRate, Info.Bits, Info.Channels,
                 Host.GetInputPins().Count(), Outs);
   TProgressBar Bar(!O.Quiet);
-  const uint64_t Frames = Source.Run([&](uint64_t Done, uint64_t Total) { return Bar.Show(Done, Total); });
+  const uint64_t Frames = Source.Run([&](uint64_t Done, uint64_t Total) {
+    Bar.Show(Done, Total);
+    return true;
+  });
   Bar.Finish();
-  if (!Reports.Errors.empty()) return Fail(Reports.Errors.front());
+  if (!Reports.Empty()) return Fail(Reports.First());
 
   const auto Peaks = Sink.GetPeaks();
   const double Full = static_cast<double>(ISRAudioBuffer::MaxValue(Info.Bits));
@@ -351,7 +386,7 @@ int Demo(int Argc, char** Argv) {
   Tone.Generate(Blocks);
   Tone.Stop();
   const auto After = GetBufferPoolStats();
-  if (!Reports.Errors.empty()) return Fail(Reports.Errors.front());
+  if (!Reports.Empty()) return Fail(Reports.First());
 
   std::printf("plug-in: %s by %s ('%s'), %d in / %d out\n", Host.GetEffectName().c_str(),
               Host.GetVendorString().c_str(), FourChars(Host.GetUniqueID()).c_str(), Host.GetNumInputs(),
@@ -384,6 +419,7 @@ int main(int Argc, char** Argv) {
     if (Command == "demo") return Demo(Argc - 2, Argv + 2);
     if (Command == "info") return Info(Argc - 2, Argv + 2);
     if (Command == "process") return Process(Argc - 2, Argv + 2);
+    if (Command == "asio") return Cli::Asio(Argc - 2, Argv + 2);
     if (Command == "-h" || Command == "--help" || Command == "help") {
       std::fputs(kUsage, stdout);
       return 0;
