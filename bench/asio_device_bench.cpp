@@ -22,7 +22,7 @@
 //                      (the driver thread and the processing thread)
 #include <benchmark/benchmark.h>
 
-#include "bench/Benchsupport.h"
+#include "bench/Benchhost.h"
 
 #include <pthread.h>
 
@@ -59,35 +59,18 @@ double ClockNs(clockid_t Clock) {
 // The host alone: each channel gets the block the device would hand it (mono,
 // 32 bits, as an Int32LSB input arrives) and the host's output is copied out.
 void BM_HostBlock(benchmark::State& State) {
-  TSRVSTHost Host;
-  Host.SetFileName(QV_TESTVST2_NULL);
-  if (!Host.Open()) {
-    State.SkipWithError("the null plug-in does not open");
-    return;
-  }
-  Host.SetBufferSize(Frames);
-  Bench::TPinSource Sources[Channels];
-  Bench::TCopyingSink Sinks[Channels] = {Bench::TCopyingSink(Frames * 4), Bench::TCopyingSink(Frames * 4)};
   ISRAudioBufferRef Blocks[Channels];
   for (int C = 0; C < Channels; ++C) {
-    const auto Pin = static_cast<size_t>(C);
-    Sources[C].Output.Connect(*Host.GetInputPin(Pin));
-    Host.GetOutputPin(Pin)->Connect(Sinks[C].Input);
     Blocks[C] = TSRAudioBuffer::Create(1, Frames, 32, Rate);
     for (size_t J = 0; J < Frames; ++J) Blocks[C]->SetSample(J, 0, QvTestAsioSignal(C, J));
-    Sources[C].Output.SendStartWave(TSRASIOAudioDevice::MakeChannelFormat(ASIOSTInt32LSB, static_cast<int32_t>(Rate)));
   }
-  for (int I = 0; I < 8; ++I)
-    for (int C = 0; C < Channels; ++C) Sources[C].Output.SubmitBuffer(Blocks[C]);
-  const uint64_t A0 = Testing::HeapAllocationCount();
-  const double Ns = Bench::NsPerIteration(State, [&] {
-    for (int C = 0; C < Channels; ++C) Sources[C].Output.SubmitBuffer(Blocks[C]);
-  });
-  const uint64_t Allocations = Testing::HeapAllocationCount() - A0;  // before the counters allocate
-  GHostNs = Ns;
-  State.counters["host_ns"] = Ns;
-  State.counters["allocs_per_block"] = static_cast<double>(Allocations) / static_cast<double>(State.iterations());
-  for (int C = 0; C < Channels; ++C) Sources[C].Output.SendStop();
+  Bench::THostBlockResult R;
+  if (!Bench::MeasureHostBlock(State, QV_TESTVST2_NULL, Blocks,
+                               TSRASIOAudioDevice::MakeChannelFormat(ASIOSTInt32LSB, static_cast<int32_t>(Rate)), R))
+    return;
+  GHostNs = R.Ns;
+  State.counters["host_ns"] = R.Ns;
+  State.counters["allocs_per_block"] = static_cast<double>(R.Allocations) / static_cast<double>(State.iterations());
 }
 
 // The driver thread, found through a message the driver sends from it: its

@@ -4,7 +4,7 @@
 // same run; and heap allocations per block in steady state (expected 0).
 #include <benchmark/benchmark.h>
 
-#include "bench/Benchsupport.h"
+#include "bench/Benchhost.h"
 
 #include <algorithm>
 #include <cmath>
@@ -78,32 +78,14 @@ void BM_DirectCall(benchmark::State& State) {
 
 // The same block through source pins -> host -> sink pins.
 void BM_HostBlock(benchmark::State& State) {
-  TSRVSTHost Host;
-  Host.SetFileName(QV_TESTVST2_NULL);
-  if (!Host.Open()) {
-    State.SkipWithError("the null plug-in does not open");
-    return;
-  }
-  Host.SetBufferSize(Frames);
-  Bench::TPinSource Sources[Channels];
-  // Each keeps what arrives, as the direct call's output arrays do.
-  Bench::TCopyingSink Sinks[Channels] = {Bench::TCopyingSink(Frames * 2), Bench::TCopyingSink(Frames * 2)};
   ISRAudioBufferRef Blocks[Channels];
   for (unsigned C = 0; C < Channels; ++C) {
-    Sources[C].Output.Connect(*Host.GetInputPin(C));
-    Host.GetOutputPin(C)->Connect(Sinks[C].Input);
     Blocks[C] = TSRAudioBuffer::Create(1, Frames, 16, 48000);
     for (size_t J = 0; J < Frames; ++J) Blocks[C]->SetSample(J, 0, static_cast<int32_t>(1000 + C));
-    Sources[C].Output.SendStartWave(MakeWaveFormat(48000, 1, 16));
   }
-  for (int I = 0; I < 8; ++I)
-    for (unsigned C = 0; C < Channels; ++C) Sources[C].Output.SubmitBuffer(Blocks[C]);
-  const uint64_t A0 = Testing::HeapAllocationCount();
-  const double Ns = Bench::NsPerIteration(State, [&] {
-    for (unsigned C = 0; C < Channels; ++C) Sources[C].Output.SubmitBuffer(Blocks[C]);
-  });
-  Report(State, Ns, Testing::HeapAllocationCount() - A0);
-  for (unsigned C = 0; C < Channels; ++C) Sources[C].Output.SendStop();
+  Bench::THostBlockResult R;
+  if (Bench::MeasureHostBlock(State, QV_TESTVST2_NULL, Blocks, MakeWaveFormat(48000, 1, 16), R))
+    Report(State, R.Ns, R.Allocations);
 }
 
 }  // namespace
