@@ -928,37 +928,36 @@ void TSRASIOAudioDevice::Warning(const std::string& Text, int32_t Code) {
 // ---- driver callbacks -----------------------------------------------------------------
 
 void TSRASIOAudioDevice::BufferSwitch(int32_t Index, TASIOBool DirectProcess) {
-  if (GExchanging == this) {
-    FCounters.Skipped.fetch_add(1, std::memory_order_relaxed);
-    return;
-  }
-  TASIOTime Time{};
-  {
-    std::lock_guard<std::mutex> L(FExchangeLock);
-    TExchangeMark Mark(this);
-    if (FExchangeActive) {
-      TASIOSamples Position{};
-      TASIOTimeStamp Stamp{};
-      if (ASIOGetSamplePosition(FExchangeDriver, Position, Stamp) == ASE_OK) {
-        Time.timeInfo.samplePosition = Position;
-        Time.timeInfo.systemTime = Stamp;
-        Time.timeInfo.flags = kSystemTimeValid | kSamplePositionValid;
-      }
-    }
-  }
-  BufferSwitchTimeInfo(&Time, Index, DirectProcess);
+  Exchange(nullptr, Index, DirectProcess);
 }
 
 TASIOTime* TSRASIOAudioDevice::BufferSwitchTimeInfo(TASIOTime* Params, int32_t Index, TASIOBool DirectProcess) {
+  Exchange(Params, Index, DirectProcess);
+  return nullptr;
+}
+
+void TSRASIOAudioDevice::Exchange(TASIOTime* Params, int32_t Index, TASIOBool DirectProcess) {
   if (GExchanging == this) {
     FCounters.Skipped.fetch_add(1, std::memory_order_relaxed);
-    return nullptr;
+    return;
   }
   std::lock_guard<std::mutex> L(FExchangeLock);
   TExchangeMark Mark(this);
   if (!FExchangeActive || (Index != 0 && Index != 1)) {
     FCounters.Skipped.fetch_add(1, std::memory_order_relaxed);
-    return nullptr;
+    return;
+  }
+  TASIOTime Time{};
+  if (!Params) {
+    // A plain buffer switch: the time record is made from the sample position.
+    TASIOSamples Position{};
+    TASIOTimeStamp Stamp{};
+    if (ASIOGetSamplePosition(FExchangeDriver, Position, Stamp) == ASE_OK) {
+      Time.timeInfo.samplePosition = Position;
+      Time.timeInfo.systemTime = Stamp;
+      Time.timeInfo.flags = kSystemTimeValid | kSamplePositionValid;
+    }
+    Params = &Time;
   }
   try {
     SyncBufferSwitchTimeInfo(Params, Index, DirectProcess);
@@ -966,7 +965,6 @@ TASIOTime* TSRASIOAudioDevice::BufferSwitchTimeInfo(TASIOTime* Params, int32_t I
     // Out of memory in the pool: this exchange is lost, the next may succeed.
   }
   if (FUsesPostOutput.load()) ASIOOutputReady(FExchangeDriver);
-  return nullptr;
 }
 
 void TSRASIOAudioDevice::SyncBufferSwitchTimeInfo(TASIOTime*, int32_t Index, TASIOBool) {

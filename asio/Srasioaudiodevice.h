@@ -355,6 +355,9 @@ class TSRASIOAudioDevice : public TWBComponent {
   void AnnounceInputs();
   void UnannounceInputs();
   void StartFailed(bool BuffersCreated);
+  // Both buffer switches: one exchange under the exchange lock; without
+  // Params the time record is read from the driver's sample position.
+  void Exchange(TASIOTime* Params, int32_t Index, TASIOBool DirectProcess);
   void SyncBufferSwitchTimeInfo(TASIOTime* Params, int32_t Index, TASIOBool DirectProcess);
   void ProcessInputs();
   void ChannelsChanging();
