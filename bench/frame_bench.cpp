@@ -7,6 +7,10 @@
 //   Chain3:      source -> pass-through filter -> sink
 //   ChainMulti:  source -> pass-through filter -> multi-input -> sink
 //                (the multi-input queues and reloads: two more copies)
+//   MultiPins:   one mono source feeding every input of a multi-input with
+//                N inputs; reports the cost per input and block against the
+//                same figure at 256 inputs (1.0 when a block's cost is linear
+//                in the number of inputs)
 #include <benchmark/benchmark.h>
 
 #include "bench/Benchsupport.h"
@@ -101,8 +105,32 @@ void BM_ChainMulti(benchmark::State& State) {
   Report(State, Ns, Testing::HeapAllocationCount() - A0);
 }
 
+double GPerPinNs256 = 0;
+
+void BM_MultiPins(benchmark::State& State) {
+  constexpr size_t Frames = 64;
+  const size_t Pins = static_cast<size_t>(State.range(0));
+  TSRBasicMultiInput Multi(nullptr, Pins, 1);
+  Multi.SetBufferSize(Frames);
+  TSRPWAudioSourcePin Output(Multi, "Source");
+  for (size_t I = 0; I < Pins; ++I) Output.Connect(*Multi.GetInputPin(I));
+  Output.SendStartWave(MakeWaveFormat(48000, 1, Bits));
+  auto Block = TSRAudioBuffer::Create(1, Frames, Bits, 48000);
+  for (int I = 0; I < 4; ++I) Output.SubmitBuffer(Block);
+  const uint64_t A0 = Testing::HeapAllocationCount();
+  const double Ns = Bench::NsPerIteration(State, [&] { Output.SubmitBuffer(Block); });
+  const double PerPin = Ns / static_cast<double>(Pins);
+  if (Pins == 256) GPerPinNs256 = PerPin;
+  State.counters["ns_per_block_per_input"] = PerPin;
+  if (GPerPinNs256 > 0) State.counters["ratio_vs_256_inputs"] = PerPin / GPerPinNs256;
+  State.counters["allocs_per_block"] =
+      static_cast<double>(Testing::HeapAllocationCount() - A0) / static_cast<double>(State.iterations());
+  Output.SendStop();
+}
+
 }  // namespace
 
+BENCHMARK(BM_MultiPins)->Arg(256)->Arg(4096)->Arg(16384);
 BENCHMARK(BM_PlainCopy)->Arg(256)->Arg(4096);
 BENCHMARK(BM_Chain3)->Arg(256)->Arg(4096);
 BENCHMARK(BM_ChainMulti)->Arg(256)->Arg(4096);

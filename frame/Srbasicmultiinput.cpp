@@ -98,7 +98,14 @@ TSRBasicMultiInput::TSRBasicMultiInput(TWBComponent* Owner, size_t InputCount, s
       FFormat(this, &GetLock(), nullptr),
       FInputPins(*this, GetLock(), {TPWPinCategory::pcAudio}, true),
       FOutputPins(*this, GetLock(), {TPWPinCategory::pcAudio}, true) {
-  FInputPins.OnCreatePin = [this](TPWPinList&, size_t I) { return CreateInputPin(I); };
+  FInputPins.OnCreatePin = [this](TPWPinList&, size_t I) {
+    TPWBasicPin* Pin = CreateInputPin(I);
+    if (auto* Queued = dynamic_cast<TSRPWQueuedAudioSinkPin*>(Pin)) {
+      Queued->InputOf = this;
+      Queued->InputIndex = I;
+    }
+    return Pin;
+  };
   FOutputPins.OnCreatePin = [this](TPWPinList&, size_t I) { return CreateOutputPin(I); };
   // Virtual calls from a constructor reach this class's own creators here;
   // derived classes that create other pins call SetCount again.
@@ -168,16 +175,23 @@ void TSRBasicMultiInput::CalculateSendOutput() {
 void TSRBasicMultiInput::IntStop() { FWorkBuffer.Reset(); }
 
 bool TSRBasicMultiInput::HasBlock(size_t Samples) {
-  bool Any = false;
-  for (size_t I = 0, N = FInputPins.CountLocked(); I < N; ++I) {
-    auto* Pin = InputAt(I);
+  const size_t N = FInputPins.CountLocked();
+  if (Samples != FScanBlock || FScanFrom > N) RestartScan(Samples);
+  for (; FScanFrom < N; ++FScanFrom) {
+    auto* Pin = InputAt(FScanFrom);
     if (!Pin->Started) continue;
     if (Pin->GetQueuedSamples() >= Samples)
-      Any = true;
+      FScanAny = true;
     else if (!Pin->Stopped)
       return false;  // an active input still owes samples
   }
-  return Any;
+  return FScanAny;
+}
+
+void TSRBasicMultiInput::RestartScan(size_t Samples) {
+  FScanFrom = 0;
+  FScanBlock = Samples;
+  FScanAny = false;
 }
 
 bool TSRBasicMultiInput::GetShouldStop() {
@@ -192,6 +206,7 @@ bool TSRBasicMultiInput::GetShouldStop() {
 }
 
 void TSRBasicMultiInput::ProduceBlock(size_t Samples) {
+  RestartScan(FScanBlock);
   const size_t N = FInputPins.CountLocked();
   FQueuedBefore.resize(N);
   for (size_t I = 0; I < N; ++I) FQueuedBefore[I] = InputAt(I)->GetQueuedSamples();
@@ -233,6 +248,7 @@ void TSRBasicMultiInput::FinishStream() {
   const size_t B = std::max<size_t>(GetOutputBufferSize(), 1);
   if (Left > 0 && Left < B) ProduceBlock(Left);
   FStreaming = false;
+  RestartScan(FScanBlock);
   IntStop();
   for (size_t I = 0, N = FInputPins.CountLocked(); I < N; ++I) {
     auto* Pin = InputAt(I);
@@ -245,10 +261,10 @@ void TSRBasicMultiInput::FinishStream() {
 
 void TSRBasicMultiInput::SinkDispatch(TPWBasicPin* SourcePin, TPWBasicPin* SinkPin, TPWOperationID ID,
                                       TPWOperation& Operation, TPWNotifyStates& States) {
-  bool Ours = false;
-  for (size_t I = 0, N = FInputPins.CountLocked(); I < N && !Ours; ++I) Ours = FInputPins.GetLocked(I) == SinkPin;
-  if (!Ours) return;
-  auto* Pin = static_cast<TSRPWQueuedAudioSinkPin*>(SinkPin);
+  auto* Pin = &SinkPin->GetOwner() == static_cast<IPWPinOwner*>(this)
+                  ? dynamic_cast<TSRPWQueuedAudioSinkPin*>(SinkPin)
+                  : nullptr;
+  if (!Pin || Pin->InputOf != this || FInputPins.GetLocked(Pin->InputIndex) != Pin) return;
   switch (ID) {
     case poidStartWave: {
       auto& Op = static_cast<TPWStartWaveOperation&>(Operation);
@@ -267,6 +283,8 @@ void TSRBasicMultiInput::SinkDispatch(TPWBasicPin* SourcePin, TPWBasicPin* SinkP
       Pin->Prepare(F.nChannels, F.wBitsPerSample, 4 * std::max<size_t>(GetOutputBufferSize(), 1));
       Pin->Started = true;
       Pin->Stopped = false;
+      // An input that joins owes samples again: look at it on the next scan.
+      if (Pin->InputIndex < FScanFrom) RestartScan(FScanBlock);
       if (!FStreaming.load()) {
         FStreaming = true;
         StreamStarted();

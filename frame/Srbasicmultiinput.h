@@ -35,6 +35,10 @@ class TSRPWQueuedAudioSinkPin : public TSRPWAudioSinkPin {
   // Stream state of this input, kept by the owner.
   bool Started = false;
   bool Stopped = false;
+  // The multi-input component whose input list holds this pin, and the pin's
+  // place in it; set when the list creates the pin.
+  const void* InputOf = nullptr;
+  size_t InputIndex = 0;
 
  private:
   std::vector<uint8_t> FRing;
@@ -111,6 +115,7 @@ class TSRBasicMultiInput : public TWBComponent {
 
  private:
   bool HasBlock(size_t Samples);
+  void RestartScan(size_t Samples);
   void ProduceBlock(size_t Samples);
   void FinishStream();
   TPWPinList FInputPins;
@@ -121,6 +126,13 @@ class TSRBasicMultiInput : public TWBComponent {
   std::atomic<double> FPresetRate{0.0};
   std::atomic<bool> FStreaming{false};
   bool FSending = false;
+  // HasBlock resumes where it last stopped: until the next block is produced,
+  // inputs before FScanFrom already hold a block or owe nothing, because
+  // queues only grow and inputs only stop between blocks. This keeps the cost
+  // of a block linear in the number of inputs however the samples arrive.
+  size_t FScanFrom = 0;
+  size_t FScanBlock = 0;
+  bool FScanAny = false;
   std::vector<size_t> FQueuedBefore;
   std::vector<TSRPWQueuedAudioSinkPin*> FPumpPins;
 };

@@ -111,6 +111,35 @@ TEST(MultiInput, WaitsForEveryActiveInputAndConvertsWidths) {
   EXPECT_EQ(Sink.Formats[0].Format.wBitsPerSample, 16);
 }
 
+TEST(MultiInput, AnInputThatJoinsBeforeTheScannedOnesIsWaitedFor) {
+  TTestSource A, B, C;
+  TSRBasicMultiInput Mixer(nullptr, 3, 3);
+  TRecordingSink Sink(nullptr, 3);
+  Mixer.SetBufferSize(100);
+  ASSERT_TRUE(A.Output.Connect(*Mixer.GetInputPin(0)));
+  ASSERT_TRUE(B.Output.Connect(*Mixer.GetInputPin(1)));
+  ASSERT_TRUE(C.Output.Connect(*Mixer.GetInputPin(2)));
+  for (size_t I = 0; I < 3; ++I) ASSERT_TRUE(Mixer.GetOutputPin(I)->Connect(*Sink.Inputs[I]));
+  B.Start();
+  C.Start();
+  B.SendRamp(100, 100);  // input 2 still owes its block
+  A.Start();             // input 1 joins, before the inputs already looked at
+  C.SendRamp(200, 100);
+  EXPECT_TRUE(Sink.Samples[0].empty()) << "input 1 joined and owes a block";
+  A.SendRamp(0, 100);
+  ASSERT_EQ(Sink.Samples[0].size(), 100u);
+  EXPECT_EQ(Sink.Samples[0], Ramp(0, 100));
+  EXPECT_EQ(Sink.Samples[1], Ramp(100, 100));
+  EXPECT_EQ(Sink.Samples[2], Ramp(200, 100));
+  // The next block again waits for every input, whatever order they fill in.
+  C.SendRamp(300, 100);
+  A.SendRamp(400, 50);
+  B.SendRamp(500, 100);
+  EXPECT_EQ(Sink.Samples[0].size(), 100u);
+  A.SendRamp(450, 50);
+  EXPECT_EQ(Sink.Samples[1].size(), 200u);
+}
+
 TEST(Filter, DisabledPassesThroughAndPumpPullsFromTheSource) {
   TSRToneGenerator Tone;
   TSRGainFilter Filter;
