@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "frame/Srsamples.h"
+
 namespace Quorvel {
 
 using Threading::TLockGuard;
@@ -40,6 +42,16 @@ void TSRAudioFileSource::SetBlockSize(size_t Value) {
 size_t TSRAudioFileSource::GetBlockSize() const {
   TLockGuard G(GetLock());
   return FBlockSize;
+}
+
+void TSRAudioFileSource::SetTrailingSilence(uint64_t Frames) {
+  TLockGuard G(GetLock());
+  FTrailingSilence = Frames;
+}
+
+uint64_t TSRAudioFileSource::GetTrailingSilence() const {
+  TLockGuard G(GetLock());
+  return FTrailingSilence;
 }
 
 TSRPWAudioSourcePin* TSRAudioFileSource::GetOutputPin(size_t Index) {
@@ -86,23 +98,55 @@ uint64_t TSRAudioFileSource::Run(const std::function<bool(uint64_t, uint64_t)>& 
   for (unsigned C = 0; C < Channels; ++C)
     if (auto* Pin = GetOutputPin(C)) Pin->SendStartWave(MakeWaveFormat(Info.SampleRate, 1, static_cast<uint16_t>(Bits)));
 
+  // Sends the first Frames frames of the interleaved block, one buffer per channel.
+  const auto SendFrames = [&](size_t Frames) {
+    for (unsigned C = 0; C < Channels; ++C) {
+      const uint8_t* Src = Interleaved->GetData() + C * Bytes;
+      uint8_t* Dst = Mono[C]->GetData();
+      if (Info.Float) {
+        for (size_t I = 0; I < Frames; ++I) {
+          float Value;
+          std::memcpy(&Value, Src + I * Channels * Bytes, 4);
+          const int32_t Sample = RoundFullScale32(Value);
+          std::memcpy(Dst + I * 4, &Sample, 4);
+        }
+      } else {
+        for (size_t I = 0; I < Frames; ++I) std::memcpy(Dst + I * Bytes, Src + I * Channels * Bytes, Bytes);
+      }
+      Mono[C]->SetSampleCount(Frames);
+      if (auto* Pin = GetOutputPin(C)) Pin->SubmitBuffer(Mono[C]);
+    }
+  };
+  const uint64_t Total = Info.Frames + FTrailingSilence;
   uint64_t Sent = 0;
+  bool Go = true;
   for (;;) {
     const int64_t Got = FReader->Read(Interleaved->GetData(), Block);
     if (Got < 0) {
       Error("Can't read file " + FFileName, -2);
+      Go = false;
       break;
     }
     if (Got == 0) break;
-    for (unsigned C = 0; C < Channels; ++C) {
-      const uint8_t* Src = Interleaved->GetData() + C * Bytes;
-      uint8_t* Dst = Mono[C]->GetData();
-      for (int64_t I = 0; I < Got; ++I) std::memcpy(Dst + I * Bytes, Src + I * Channels * Bytes, Bytes);
-      Mono[C]->SetSampleCount(static_cast<size_t>(Got));
-      if (auto* Pin = GetOutputPin(C)) Pin->SubmitBuffer(Mono[C]);
-    }
+    SendFrames(static_cast<size_t>(Got));
     Sent += static_cast<uint64_t>(Got);
-    if (Progress && !Progress(Sent, Info.Frames)) break;
+    if (Progress && !Progress(Sent, Total)) {
+      Go = false;
+      break;
+    }
+  }
+  if (Go && FTrailingSilence > 0) {
+    if (Info.Float)
+      std::memset(Interleaved->GetData(), 0, Block * Channels * Bytes);
+    else
+      SilencePcmFrames(Interleaved->GetData(), Channels, Bits, Block);
+    for (uint64_t Left = FTrailingSilence; Left > 0 && Go;) {
+      const size_t Frames = static_cast<size_t>(std::min<uint64_t>(Left, Block));
+      SendFrames(Frames);
+      Sent += Frames;
+      Left -= Frames;
+      if (Progress && !Progress(Sent, Total)) Go = false;
+    }
   }
   for (unsigned C = 0; C < Channels; ++C)
     if (auto* Pin = GetOutputPin(C)) Pin->SendStop();
@@ -146,8 +190,11 @@ void TSRAudioFileSink::StreamStarted() {
   FWritten = 0;
   Platform::TAudioFileInfo Info;
   Info.SampleRate = static_cast<uint32_t>(Rate + 0.5);
-  Info.Channels = static_cast<uint16_t>(Channels);
+  Info.Channels = Channels;
   Info.Bits = static_cast<uint16_t>(Bits);
+  Info.Float = FFloat;
+  if (FFloat) FFloats.resize(static_cast<size_t>(Channels) * Block);
+  FSkipLeft = FSkipFrames;
   std::string Reason;
   FWriter = Platform::CreateAudioFile(FFileName, Info, Reason);
   if (!FWriter) Error("Can't create file " + FFileName + ": " + Reason, -1);
@@ -158,23 +205,55 @@ void TSRAudioFileSink::CalculateSendOutput() {
   if (!FWriter || !FWorkBuffer || !FFrames || !FWorkBuffer->SetSampleCount(Samples) ||
       !FFrames->SetSampleCount(Samples))
     return;
+  // Frames still to be dropped at the stream's start are read and forgotten.
+  const size_t Skip = static_cast<size_t>(std::min<uint64_t>(FSkipLeft, Samples));
+  FSkipLeft -= Skip;
+  const size_t Keep = Samples - Skip;
   const unsigned Channels = FFrames->GetChannels(), Bytes = FFrames->GetBytesPerSample();
   for (unsigned C = 0; C < Channels && C < GetInputPins().CountLocked(); ++C) {
     InputAt(C)->StretchLoadBuffer(*FWorkBuffer);
-    const uint8_t* Src = FWorkBuffer->GetData();
+    if (Keep == 0) continue;
+    const uint8_t* Src = FWorkBuffer->GetData() + Skip * Bytes;
     uint8_t* Dst = FFrames->GetData() + C * Bytes;
-    for (size_t I = 0; I < Samples; ++I) {
-      std::memcpy(Dst + I * Channels * Bytes, Src + I * Bytes, Bytes);
-      const int64_t V = FWorkBuffer->GetSample(I, 0);
-      FPeaks[C] = static_cast<int32_t>(std::max<int64_t>(FPeaks[C], std::min<int64_t>(V < 0 ? -V : V, INT32_MAX)));
+    int64_t Peak = FPeaks[C];
+    for (size_t I = 0; I < Keep; ++I) {
+      const int64_t V = FWorkBuffer->GetSample(Skip + I, 0);
+      if (FFloat)
+        FFloats[I * Channels + C] = static_cast<float>(static_cast<double>(V) / 2147483648.0);
+      else
+        std::memcpy(Dst + I * Channels * Bytes, Src + I * Bytes, Bytes);
+      Peak = std::max<int64_t>(Peak, std::min<int64_t>(V < 0 ? -V : V, INT32_MAX));
     }
+    FPeaks[C] = static_cast<int32_t>(Peak);
   }
-  if (!FWriter->Write(FFrames->GetData(), Samples)) {
+  if (Keep == 0) return;
+  const void* Data = FFloat ? static_cast<const void*>(FFloats.data()) : FFrames->GetData();
+  if (!FWriter->Write(Data, Keep)) {
     FWriter.reset();
     Error("Can't write file " + FFileName, -2);
     return;
   }
-  FWritten += Samples;
+  FWritten += Keep;
+}
+
+void TSRAudioFileSink::SetFloat(bool Value) {
+  TLockGuard G(GetLock());
+  FFloat = Value;
+}
+
+bool TSRAudioFileSink::GetFloat() const {
+  TLockGuard G(GetLock());
+  return FFloat;
+}
+
+void TSRAudioFileSink::SetSkipFrames(uint64_t Frames) {
+  TLockGuard G(GetLock());
+  FSkipFrames = Frames;
+}
+
+uint64_t TSRAudioFileSink::GetSkipFrames() const {
+  TLockGuard G(GetLock());
+  return FSkipFrames;
 }
 
 void TSRAudioFileSink::IntStop() {

@@ -11,6 +11,14 @@ bool CheckWriterInfo(const TAudioFileInfo& Info, std::string& ErrorText) {
     ErrorText = "an audio file needs at least one channel";
     return false;
   }
+  if (Info.Channels > 65535) {
+    ErrorText = std::to_string(Info.Channels) + " channels: a WAV file holds at most 65535";
+    return false;
+  }
+  if (Info.Float && Info.Bits != 32) {
+    ErrorText = "floating-point files are written from 32-bit float samples";
+    return false;
+  }
   if (Info.SampleRate == 0 || Info.SampleRate > 0x7FFFFFFFu) {
     ErrorText = "invalid sample rate " + std::to_string(Info.SampleRate);
     return false;

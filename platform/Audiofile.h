@@ -1,5 +1,8 @@
 // Reading and writing PCM audio files (WAV) through the system's own file
 // library: libsndfile natively, the multimedia RIFF (mmio) functions on Windows.
+// Natively every format libsndfile decodes is read (compressed WAV such as
+// ADPCM, GSM and u-law included); on Windows integer PCM of any valid width in
+// an 8-, 16-, 24- or 32-bit container and 32- or 64-bit float WAV files.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +13,11 @@ namespace Quorvel::Platform {
 
 struct TAudioFileInfo {
   uint32_t SampleRate = 0;
-  uint16_t Channels = 0;
-  uint16_t Bits = 0;        // 8, 16, 24 or 32 (integer PCM)
+  uint32_t Channels = 0;    // at most 65535 in a WAV file
+  uint16_t Bits = 0;        // 8, 16, 24 or 32: the width of the samples delivered or taken
+  // The samples are 32-bit IEEE floats (Bits 32), full scale +-1.0, as
+  // delivered and taken; a 64-bit float file is delivered as 32-bit floats.
+  bool Float = false;
   uint64_t Frames = 0;      // frames in the file (reader only)
 };
 
@@ -19,9 +25,10 @@ class TAudioFileReader {
  public:
   virtual ~TAudioFileReader() = default;
   virtual const TAudioFileInfo& Info() const = 0;
-  // Reads up to Frames frames of interleaved little-endian integer PCM in the
-  // file's own bit depth (24-bit packed in 3 bytes) into Data; answers the
-  // number of frames read, 0 at the end, -1 on a read error.
+  // Reads up to Frames frames of interleaved little-endian samples as Info
+  // describes them (integer PCM, 24-bit packed in 3 bytes, or 32-bit floats)
+  // into Data; answers the number of frames read, 0 at the end, -1 on a read
+  // error.
   virtual int64_t Read(void* Data, uint64_t Frames) = 0;
 };
 

@@ -28,7 +28,7 @@ std::string LastOpenError() {
 
 class TSndfileReader final : public TAudioFileReader {
  public:
-  enum class TDecode { Unsigned8, Int16, Int24, Int32, Scaled };
+  enum class TDecode { Unsigned8, Int16, Int24, Int32, Float, Scaled };
 
   TSndfileReader(SNDFILE* File, const TAudioFileInfo& Info, TDecode Decode)
       : FFile(File), FInfo(Info), FDecode(Decode),
@@ -83,18 +83,14 @@ class TSndfileReader final : public TAudioFileReader {
           Out[3 * I + 2] = uint8_t(Value >> 16);
         }
         break;
+      case TDecode::Float:
+        Got = sf_readf_float(FFile, reinterpret_cast<float*>(Out), sf_count_t(Frames));
+        break;
       case TDecode::Scaled:
-        // Floating point and compressed data: full-scale 32-bit integers, clipped
-        // rather than wrapped when a float file goes beyond +-1.
-        FDoubles.resize(Samples);
-        Got = sf_readf_double(FFile, FDoubles.data(), sf_count_t(Frames));
-        for (size_t I = 0; I < size_t(Got) * FInfo.Channels; ++I) {
-          double Value = FDoubles[I] * 2147483648.0;
-          if (!(Value == Value)) Value = 0;
-          Value = std::clamp(Value, double(INT32_MIN), double(INT32_MAX));
-          const int32_t Sample = int32_t(std::lrint(Value));
-          std::memcpy(Out + 4 * I, &Sample, 4);
-        }
+        // Compressed data: libsndfile scales it to full-range 32-bit integers.
+        FInts.resize(Samples);
+        Got = sf_readf_int(FFile, FInts.data(), sf_count_t(Frames));
+        std::memcpy(Out, FInts.data(), size_t(Got) * FInfo.Channels * 4);
         break;
     }
     return Got > 0 ? size_t(Got) : 0;
@@ -106,7 +102,6 @@ class TSndfileReader final : public TAudioFileReader {
   size_t FChunkFrames;
   std::vector<short> FShorts;
   std::vector<int> FInts;
-  std::vector<double> FDoubles;
 };
 
 class TSndfileWriter final : public TAudioFileWriter {
@@ -164,7 +159,7 @@ std::unique_ptr<TAudioFileReader> OpenAudioFileForReading(const std::string& Fil
     return nullptr;
   };
   if (SfInfo.channels < 1) return Fail("the audio file has no channels");
-  if (SfInfo.channels > UINT16_MAX) return Fail("the audio file has too many channels");
+  if (SfInfo.channels > 65535) return Fail("the audio file has too many channels");
   if (SfInfo.samplerate < 1) return Fail("the audio file has no sample rate");
 
   TAudioFileInfo Info;
@@ -190,6 +185,11 @@ std::unique_ptr<TAudioFileReader> OpenAudioFileForReading(const std::string& Fil
     case SF_FORMAT_PCM_32:
       Decode = TSndfileReader::TDecode::Int32;
       break;
+    case SF_FORMAT_FLOAT:
+    case SF_FORMAT_DOUBLE:
+      Decode = TSndfileReader::TDecode::Float;
+      Info.Float = true;
+      break;
     default:
       break;
   }
@@ -202,8 +202,9 @@ std::unique_ptr<TAudioFileWriter> CreateAudioFile(const std::string& FileName, c
   if (!CheckWriterInfo(Info, ErrorText)) return nullptr;
   SF_INFO SfInfo{};
   SfInfo.samplerate = int(Info.SampleRate);
-  SfInfo.channels = Info.Channels;
-  const int Subformat = Info.Bits == 8    ? SF_FORMAT_PCM_U8
+  SfInfo.channels = int(Info.Channels);
+  const int Subformat = Info.Float       ? SF_FORMAT_FLOAT
+                        : Info.Bits == 8  ? SF_FORMAT_PCM_U8
                         : Info.Bits == 16 ? SF_FORMAT_PCM_16
                         : Info.Bits == 24 ? SF_FORMAT_PCM_24
                                           : SF_FORMAT_PCM_32;

@@ -33,7 +33,6 @@ const FOURCC kData = mmioFOURCC('d', 'a', 't', 'a');
 // bytes hold the plain format tag.
 const uint8_t kSubFormatTail[12] = {0x00, 0x00, 0x10, 0x00, 0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
 
-bool SupportedBits(uint16_t Bits) { return Bits == 8 || Bits == 16 || Bits == 24 || Bits == 32; }
 
 uint16_t Le16(const uint8_t* At) { return uint16_t(At[0] | At[1] << 8); }
 uint32_t Le32(const uint8_t* At) { return uint32_t(Le16(At)) | uint32_t(Le16(At + 2)) << 16; }
@@ -120,9 +119,9 @@ class TMmioReader final : public TAudioFileReader {
  private:
   int64_t ReadChunk(uint8_t* Out, uint64_t Frames) {
     const LONG Bytes = LONG(Frames * FBlockAlign);
-    // Integer PCM is stored exactly as delivered.
+    // Integer PCM and 32-bit floats are stored exactly as delivered.
     uint8_t* Target = Out;
-    if (FEncoding != TEncoding::Pcm) {
+    if (FEncoding == TEncoding::Float64) {
       FScratch.resize(size_t(Bytes));
       Target = FScratch.data();
     }
@@ -130,20 +129,12 @@ class TMmioReader final : public TAudioFileReader {
     if (Got < 0) return -1;
     const uint64_t GotFrames = uint64_t(Got) / FBlockAlign;
     const size_t Samples = size_t(GotFrames) * FInfo.Channels;
-    for (size_t I = 0; I < Samples && FEncoding != TEncoding::Pcm; ++I) {
+    // 64-bit floats are narrowed to 32 bits.
+    for (size_t I = 0; I < Samples && FEncoding == TEncoding::Float64; ++I) {
       double Value;
-      if (FEncoding == TEncoding::Float32) {
-        float Single;
-        std::memcpy(&Single, Target + 4 * I, 4);
-        Value = Single;
-      } else {
-        std::memcpy(&Value, Target + 8 * I, 8);
-      }
-      // Full scale 32-bit, clipped rather than wrapped beyond +-1.
-      Value *= 2147483648.0;
-      if (!(Value == Value)) Value = 0;
-      const int32_t Sample = int32_t(std::lrint(std::clamp(Value, double(INT32_MIN), double(INT32_MAX))));
-      std::memcpy(Out + 4 * I, &Sample, 4);
+      std::memcpy(&Value, Target + 8 * I, 8);
+      const float Single = static_cast<float>(Value);
+      std::memcpy(Out + 4 * I, &Single, 4);
     }
     return int64_t(GotFrames);
   }
@@ -238,22 +229,25 @@ bool ParseFormat(const uint8_t* Body, uint32_t Size, TAudioFileInfo& Info, TEnco
     ErrorText = "the WAV file has no sample rate";
     return false;
   }
-  if (Tag == WAVE_FORMAT_PCM && SupportedBits(Bits)) {
+  // Integer samples of fewer valid bits (12, 20, ...) sit left-justified in a
+  // container of whole bytes, so they are read as the container's width.
+  const uint32_t Container = BlockAlign % Channels == 0 ? BlockAlign / Channels * 8 : 0;
+  if (Tag == WAVE_FORMAT_PCM && Bits >= 1 && Bits <= Container && Container <= 32) {
     Encoding = TEncoding::Pcm;
-  } else if (Tag == WAVE_FORMAT_IEEE_FLOAT && (Bits == 32 || Bits == 64)) {
+  } else if (Tag == WAVE_FORMAT_IEEE_FLOAT && (Bits == 32 || Bits == 64) && Container == Bits) {
     Encoding = Bits == 32 ? TEncoding::Float32 : TEncoding::Float64;
   } else {
     ErrorText = "unsupported WAV encoding (format tag " + std::to_string(Tag) + ", " + std::to_string(Bits) +
-                " bits per sample)";
-    return false;
-  }
-  if (BlockAlign != uint32_t(Channels) * Bits / 8) {
-    ErrorText = "the WAV file's block alignment does not match its channels and sample size";
+                " bits per sample" + (Tag == WAVE_FORMAT_PCM || Tag == WAVE_FORMAT_IEEE_FLOAT
+                                          ? ", block alignment " + std::to_string(BlockAlign)
+                                          : std::string(": compressed WAV files are read by the Linux build only")) +
+                ")";
     return false;
   }
   Info.SampleRate = Rate;
   Info.Channels = Channels;
-  Info.Bits = Encoding == TEncoding::Pcm ? Bits : 32;
+  Info.Bits = Encoding == TEncoding::Pcm ? uint16_t(Container) : 32;
+  Info.Float = Encoding != TEncoding::Pcm;
   return true;
 }
 
@@ -302,11 +296,12 @@ std::unique_ptr<TAudioFileReader> ReadHeader(HMMIO File, std::string& ErrorText)
 
 std::vector<uint8_t> FormatChunk(const TAudioFileInfo& Info) {
   const uint32_t BlockAlign = uint32_t(Info.Channels) * Info.Bits / 8;
-  // Plain PCM where every reader understands it; the extensible form for more
-  // channels or bits, as the format asks.
-  const bool Plain = Info.Channels <= 2 && Info.Bits <= 16;
+  // Plain PCM or float where every reader understands it; the extensible form
+  // for more channels or bits, as the format asks.
+  const uint32_t Tag = Info.Float ? WAVE_FORMAT_IEEE_FLOAT : WAVE_FORMAT_PCM;
+  const bool Plain = Info.Channels <= 2 && (Info.Bits <= 16 || Info.Float);
   std::vector<uint8_t> Body;
-  Put16(Body, Plain ? WAVE_FORMAT_PCM : WAVE_FORMAT_EXTENSIBLE);
+  Put16(Body, Plain ? Tag : WAVE_FORMAT_EXTENSIBLE);
   Put16(Body, Info.Channels);
   Put32(Body, Info.SampleRate);
   Put32(Body, Info.SampleRate * BlockAlign);
@@ -319,7 +314,7 @@ std::vector<uint8_t> FormatChunk(const TAudioFileInfo& Info) {
     Put32(Body, Info.Channels == 1 ? SPEAKER_FRONT_CENTER
                 : Info.Channels == 2 ? SPEAKER_FRONT_LEFT | SPEAKER_FRONT_RIGHT
                                      : 0);
-    Put32(Body, WAVE_FORMAT_PCM);
+    Put32(Body, Tag);
     Body.insert(Body.end(), kSubFormatTail, kSubFormatTail + sizeof kSubFormatTail);
   }
   return Body;

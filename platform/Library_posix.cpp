@@ -20,7 +20,10 @@ TModuleHandle LoadCodeLibrary(const std::string& FileName, std::string& ErrorTex
   errno = 0;
   // RTLD_NOW: unresolved symbols fail here rather than crash later inside the library.
   // RTLD_LOCAL: plug-ins export the same entry point names and must not see each other's.
-  void* Module = dlopen(FileName.c_str(), RTLD_NOW | RTLD_LOCAL);
+  // A bare name of a file in the current folder means that file: dlopen
+  // would search only the system's library folders for it.
+  const bool Local = FileName.find('/') == std::string::npos && FileExists(FileName);
+  void* Module = dlopen((Local ? "./" + FileName : FileName).c_str(), RTLD_NOW | RTLD_LOCAL);
   if (Module) {
     ErrorText.clear();
     ErrorCode = 0;

@@ -26,6 +26,13 @@ TModuleHandle LoadCodeLibrary(const std::string& FileName, std::string& ErrorTex
   // The loader wants backslashes in paths.
   for (wchar_t& Character : Path)
     if (Character == L'/') Character = L'\\';
+  // A bare name of a file in the current folder means that file, not a DLL
+  // of that name found first along the system's search path.
+  if (Path.find(L'\\') == std::wstring::npos && FileExists(FileName)) {
+    std::wstring Full(32768, L'\0');
+    const DWORD N = GetFullPathNameW(Path.c_str(), static_cast<DWORD>(Full.size()), &Full[0], nullptr);
+    if (N > 0 && N < Full.size()) Path.assign(Full.c_str(), N);
+  }
   // A DLL that cannot load must answer an error, not put a message box in front of the user.
   DWORD OldMode = 0;
   const bool ModeSet = SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, &OldMode);

@@ -1,6 +1,7 @@
 // The OS seams through their portable headers: the same cases run natively
 // and, for the Windows build, under Wine.
 #include "platform/Audiofile.h"
+#include "platform/Files.h"
 #include "platform/Library.h"
 #include "platform/Mainthread.h"
 
@@ -92,7 +93,8 @@ TBytes RandomBytes(size_t Count, uint32_t Seed) {
 
 std::string Describe(const TAudioFileInfo& Info) {
   return std::to_string(Info.SampleRate) + " Hz, " + std::to_string(Info.Channels) + " ch, " +
-         std::to_string(Info.Bits) + " bit, " + std::to_string(Info.Frames) + " frames";
+         std::to_string(Info.Bits) + (Info.Float ? " bit float, " : " bit, ") + std::to_string(Info.Frames) +
+         " frames";
 }
 
 // Reads to the end in pieces of Step frames.
@@ -177,6 +179,56 @@ TEST_F(PlatformFiles, LibrariesLoadFromAnyPathResolveSymbolsAndFailWithTheSystem
   EXPECT_FALSE(FileExists(""));
 }
 
+// ---- files ----------------------------------------------------------------
+
+TEST_F(PlatformFiles, FilesAreKnownByIdentityAndReplacedInOneStep) {
+  const std::string A = Store(kNonAsciiName + "-a.wav", TBytes(10, 'a'));
+  const std::string B = Store("b.wav", TBytes(20, 'b'));
+  EXPECT_EQ(GetPathKind(A), TPathKind::pkFile);
+  EXPECT_EQ(GetPathKind(Dir.u8string()), TPathKind::pkDirectory);
+  EXPECT_EQ(GetPathKind(PathOf("missing")), TPathKind::pkMissing);
+  EXPECT_EQ(GetPathKind(""), TPathKind::pkMissing);
+
+  // The same file under other names: another spelling, a hard link, a symbolic link.
+  const std::string Spelled = (Dir / "." / fs::u8path(kNonAsciiName + "-a.wav")).u8string();
+  fs::create_hard_link(fs::u8path(A), Dir / "hard.wav");
+  EXPECT_TRUE(IsSameFile(A, A));
+  EXPECT_TRUE(IsSameFile(A, Spelled));
+  EXPECT_TRUE(IsSameFile(A, PathOf("hard.wav")));
+  EXPECT_FALSE(IsSameFile(A, B));
+  EXPECT_FALSE(IsSameFile(A, PathOf("missing")));
+  EXPECT_FALSE(IsSameFile(PathOf("missing"), PathOf("missing")));
+#ifndef _WIN32
+  fs::create_symlink(fs::u8path(A), Dir / "link.wav");
+  EXPECT_TRUE(IsSameFile(PathOf("link.wav"), A));
+  EXPECT_TRUE(IsSameFile(ResolveWriteTarget(PathOf("link.wav")), A));
+  EXPECT_EQ(GetPathKind(ResolveWriteTarget(PathOf("link.wav"))), TPathKind::pkFile);
+#endif
+  EXPECT_EQ(ResolveWriteTarget(B), B);
+  EXPECT_EQ(ResolveWriteTarget(PathOf("new.wav")), PathOf("new.wav"));
+
+  // Temporary files: new, empty, distinct, beside their target.
+  std::string Error;
+  const std::string T1 = CreateTemporaryFileBeside(A, Error), T2 = CreateTemporaryFileBeside(A, Error);
+  ASSERT_FALSE(T1.empty()) << Error;
+  ASSERT_FALSE(T2.empty()) << Error;
+  EXPECT_NE(T1, T2);
+  EXPECT_EQ(fs::u8path(T1).parent_path(), Dir);
+  EXPECT_EQ(fs::file_size(fs::u8path(T1)), 0u);
+  EXPECT_TRUE(CreateTemporaryFileBeside(PathOf("no/x.wav"), Error).empty());
+  EXPECT_FALSE(Error.empty());
+
+  // Replacing puts the new content in place and leaves no temporary file.
+  std::ofstream(fs::u8path(T1), std::ios::binary) << "new";
+  ASSERT_TRUE(ReplaceFile(T1, A, Error)) << Error;
+  EXPECT_EQ(GetPathKind(T1), TPathKind::pkMissing);
+  std::ifstream In(fs::u8path(A), std::ios::binary);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(In), {}), "new");
+  EXPECT_FALSE(ReplaceFile(PathOf("missing"), A, Error));
+  EXPECT_TRUE(RemoveFile(T2));
+  EXPECT_FALSE(RemoveFile(T2));
+}
+
 // ---- audio files ----------------------------------------------------------
 
 TEST_F(PlatformFiles, WavRoundTripKeepsEveryByteAndTheFormat) {
@@ -216,9 +268,24 @@ TEST_F(PlatformFiles, WavRoundTripKeepsEveryByteAndTheFormat) {
       EXPECT_EQ(ReadAll(*Reader, 333), Samples);
     }
   }
+  // Floats are stored and read back as floats.
+  {
+    const float Samples[] = {0.5f, -1.0f, 1.5f, 1e-7f, -0.0f, 0.25f};
+    TAudioFileInfo Info{48000, 3, 32, true};
+    auto Writer = CreateAudioFile(PathOf("float.wav"), Info, Error);
+    ASSERT_NE(Writer, nullptr) << Error;
+    EXPECT_TRUE(Writer->Write(Samples, 2));
+    EXPECT_TRUE(Writer->Close());
+    auto Reader = OpenAudioFileForReading(PathOf("float.wav"), Error);
+    ASSERT_NE(Reader, nullptr) << Error;
+    Info.Frames = 2;
+    EXPECT_EQ(Describe(Reader->Info()), Describe(Info));
+    EXPECT_EQ(ReadAll(*Reader, 1), BytesOf(Samples));
+  }
   // What no WAV file holds, and a folder that is not there.
   const std::pair<TAudioFileInfo, const char*> Refused[] = {
-      {{44100, 2, 12}, "a.wav"}, {{44100, 0, 16}, "a.wav"}, {{0, 2, 16}, "a.wav"}, {{44100, 2, 16}, "no/a.wav"}};
+      {{44100, 2, 12}, "a.wav"},    {{44100, 0, 16}, "a.wav"},       {{0, 2, 16}, "a.wav"},
+      {{44100, 2, 16}, "no/a.wav"}, {{44100, 65537, 16}, "a.wav"},   {{44100, 2, 16, true}, "a.wav"}};
   for (const auto& [Info, Name] : Refused) {
     SCOPED_TRACE(Describe(Info) + " to " + Name);
     Error.clear();
@@ -231,11 +298,17 @@ TEST_F(PlatformFiles, WavReaderFollowsTheFormatAndRefusesHostileFiles) {
   const TBytes Stereo16 = {0x01, 0x00, 0xFF, 0x7F, 0x00, 0x80, 0x34, 0x12};  // little-endian
   const TBytes Mono8 = {0x00, 0x80, 0xFF};                                    // unsigned, as stored
   const TBytes Present = RandomBytes(10 * 4, 5), Some = RandomBytes(40, 3);
-  // Floating point arrives as full-scale 32-bit integers, clipped rather than wrapped.
+  // Floating point arrives as 32-bit floats, 64-bit ones narrowed.
   const float Floats[] = {0.5f, -0.25f, 0.0f, -1.0f, 2.0f, -3.0f};
-  const int32_t FloatsRead[] = {1 << 30, -(1 << 29), 0, INT32_MIN, INT32_MAX, INT32_MIN};
+  const double Doubles[] = {0.5, -0.25, 1e-3, -1.0};
+  const float DoublesRead[] = {0.5f, -0.25f, 1e-3f, -1.0f};
   TBytes FloatFmt = FmtBody(3, 1, 44100, 32);
   Put(FloatFmt, 0, 2);
+  TBytes DoubleFmt = FmtBody(3, 2, 48000, 64);
+  Put(DoubleFmt, 0, 2);
+  // 12-bit samples in 16-bit containers, left-justified, read as 16-bit.
+  TBytes Fmt12 = FmtBody(1, 2, 8000, 12);
+  Fmt12[12] = 4;  // block alignment: two 2-byte containers
   const TBytes Stereo = Fmt(1, 2, 44100, 16), Good = Riff({Stereo, Chunk("data", Some)});
   struct TCase {
     const char* Name;
@@ -251,7 +324,10 @@ TEST_F(PlatformFiles, WavReaderFollowsTheFormatAndRefusesHostileFiles) {
       {"mono8", Riff({Fmt(1, 1, 11025, 8), Chunk("data", Mono8), Chunk("LIST", {'I', 'N', 'F', 'O'})}),
        "11025 Hz, 1 ch, 8 bit, 3 frames", Mono8},
       {"float", Riff({Chunk("fmt ", FloatFmt), Chunk("fact", {6, 0, 0, 0}), Chunk("data", BytesOf(Floats))}),
-       "44100 Hz, 1 ch, 32 bit, 6 frames", BytesOf(FloatsRead)},
+       "44100 Hz, 1 ch, 32 bit float, 6 frames", BytesOf(Floats)},
+      {"double", Riff({Chunk("fmt ", DoubleFmt), Chunk("data", BytesOf(Doubles))}),
+       "48000 Hz, 2 ch, 32 bit float, 2 frames", BytesOf(DoublesRead)},
+      {"pcm12", Riff({Chunk("fmt ", Fmt12), Chunk("data", Stereo16)}), "8000 Hz, 2 ch, 16 bit, 2 frames", Stereo16},
       // A data chunk claiming more than the file holds yields what is there.
       {"data-too-long", Riff({Stereo, Chunk("data", Present, 0x7FFFFFF0)}), "44100 Hz, 2 ch, 16 bit, 10 frames",
        Present},
