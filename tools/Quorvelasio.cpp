@@ -90,8 +90,8 @@ bool OpenDevice(TSRASIOAudioDevice& Device, const TReports& Reports, const std::
 
 // ---- list ------------------------------------------------------------------------------
 
-int List(int Argc, char**) {
-  if (Argc != 0) return Usage();
+int List(const TArgs& Args) {
+  if (!Args.empty()) return Usage();
   if (!PrepareDrivers()) return 1;
   const auto Names = InstalledDrivers();
   if (Names.empty()) std::printf("no ASIO drivers installed\n");
@@ -116,8 +116,8 @@ void PrintChannels(const char* Title, const TSRASIOAvailableChannels& Channels) 
   }
 }
 
-int Info(int Argc, char** Argv) {
-  if (Argc != 1) return Usage();
+int DriverInfo(const TArgs& Args) {
+  if (Args.size() != 1) return Usage();
   if (!PrepareDrivers()) return 1;
   TSRASIOAudioDevice Device;
   TReports Reports;
@@ -125,7 +125,7 @@ int Info(int Argc, char** Argv) {
   // Looking must not change the device: keep its rate and clock.
   Device.GetSampleRate().SetUseCurrent(true);
   Device.GetClockSource().SetUseCurrent(true);
-  if (!OpenDevice(Device, Reports, Argv[0])) return 1;
+  if (!OpenDevice(Device, Reports, Args[0])) return 1;
 
   static const double CommonRates[] = {8000,  11025, 16000, 22050,  32000,  44100,  48000,
                                        88200, 96000, 176400, 192000, 352800, 384000};
@@ -202,36 +202,28 @@ struct TRunOptions {
   bool Quiet = false;
 };
 
-int ParseRun(int Argc, char** Argv, TRunOptions& O) {
-  if (Argc < 1) return Usage();
-  O.Driver = Argv[0];
-  for (int I = 1; I < Argc; ++I) {
-    const std::string A = Argv[I];
-    if (A == "-q") {
-      O.Quiet = true;
-      continue;
-    }
-    if (I + 1 >= Argc) return Usage();
-    const char* V = Argv[++I];
-    bool Ok = true;
-    if (A == "-s")
-      Ok = ParseDouble(V, O.Seconds) && O.Seconds > 0 && O.Seconds <= 86400;
-    else if (A == "-r")
-      Ok = ParseDouble(V, O.Rate) && O.Rate >= 1000 && O.Rate <= 1e7;
-    else if (A == "-b")
-      Ok = ParseInt(V, O.BufferSize) && O.BufferSize >= 1 && O.BufferSize <= (1 << 20);
-    else if (A == "-p")
-      O.PlugIns.push_back(V);
-    else
-      return Usage();
-    if (!Ok) return Fail("bad value for " + A + ": " + V);
-  }
+int ParseRun(const TArgs& Args, TRunOptions& O) {
+  TArgs Names;
+  const std::vector<TOption> Options = {
+      {"-q", false, [&](const std::string&) { return O.Quiet = true; }, ""},
+      {"-s", true, [&](const std::string& V) { return ParseDouble(V, O.Seconds) && O.Seconds > 0 && O.Seconds <= 86400; },
+       "seconds, above 0 and at most 86400"},
+      {"-r", true, [&](const std::string& V) { return ParseDouble(V, O.Rate) && O.Rate >= 1000 && O.Rate <= 1e7; },
+       "hertz, 1000 to 10000000"},
+      {"-b", true,
+       [&](const std::string& V) { return ParseInt(V, O.BufferSize) && O.BufferSize >= 1 && O.BufferSize <= (1 << 20); },
+       "frames, 1 to 1048576"},
+      {"-p", true, [&](const std::string& V) { O.PlugIns.push_back(V); return !V.empty(); }, "a plug-in file"},
+  };
+  if (const int Rc = ParseOptions(Args, Options, Names, 1)) return Rc;
+  if (Names.size() != 1) return Usage();
+  O.Driver = Names[0];
   return 0;
 }
 
-int Run(int Argc, char** Argv) {
+int Run(const TArgs& Args) {
   TRunOptions O;
-  if (const int Rc = ParseRun(Argc, Argv, O)) return Rc;
+  if (const int Rc = ParseRun(Args, O)) return Rc;
   if (!PrepareDrivers()) return 1;
 
   // Declared before the device, so that they outlive it: the device stops
@@ -352,12 +344,13 @@ int Run(int Argc, char** Argv) {
 
 }  // namespace
 
-int Asio(int Argc, char** Argv) {
-  if (Argc < 1) return Usage();
-  const std::string Command = Argv[0];
-  if (Command == "list") return List(Argc - 1, Argv + 1);
-  if (Command == "info") return Info(Argc - 1, Argv + 1);
-  if (Command == "run") return Run(Argc - 1, Argv + 1);
+int Asio(const TArgs& Args) {
+  if (Args.empty()) return Usage();
+  const std::string& Command = Args[0];
+  const TArgs Rest(Args.begin() + 1, Args.end());
+  if (Command == "list") return List(Rest);
+  if (Command == "info") return DriverInfo(Rest);
+  if (Command == "run") return Run(Rest);
   return Usage();
 }
 

@@ -1,138 +1,25 @@
 // The package's command-line host, built only from the package's components.
 //   quorvel info PLUGIN                 what a VST 2 plug-in is and offers
-//   quorvel process PLUGIN -i IN -o OUT  a WAV file through a plug-in
+//   quorvel process PLUGIN -i IN -o OUT  a WAV file through a plug-in (Quorvelprocess.cpp)
 //   quorvel demo                         the bundled test plug-in on a generated tone
 //   quorvel asio list|info|run           ASIO drivers and a chain through one (Quorvelasio.cpp)
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "frame/Srdemocomponents.h"
 #include "frame/Srfilecomponents.h"
-#include "platform/Console.h"
 #include "platform/Library.h"
+#include "platform/Process.h"
 #include "tools/Quorvelcli.h"
 #include "vst2/Srvsthost.h"
 
 using namespace Quorvel;
 using namespace Quorvel::Cli;
-
-namespace {
-
-const char* const kUsage =
-    "usage:\n"
-    "  quorvel info PLUGIN\n"
-    "      identity, flags, capabilities, channels, latency, programs and parameters\n"
-    "  quorvel process PLUGIN -i IN.wav -o OUT.wav [options]\n"
-    "      -b FRAMES     block size the plug-in is run with (default 256)\n"
-    "      -p 32|64      processing precision (default 32)\n"
-    "      -P N          program number\n"
-    "      -x I=V        parameter I set to V (0..1); may be repeated\n"
-    "      --bypass      ask the plug-in to bypass\n"
-    "      -q            no progress bar\n"
-    "  quorvel demo [-o OUT.wav] [-s SECONDS] [-f HZ] [-p PLUGIN]\n"
-    "      a tone through the bundled test plug-in (default quorvel-demo.wav)\n"
-    "  quorvel asio list\n"
-    "      the installed ASIO drivers\n"
-    "  quorvel asio info NAME\n"
-    "      driver version, sample rates, latencies, buffer sizes, clocks, channels\n"
-    "  quorvel asio run NAME [-s SECONDS] [-r RATE] [-b FRAMES] [-p PLUGIN]... [-q]\n"
-    "      the driver's inputs through the plug-ins (none: straight) to its outputs\n"
-    "      -s SECONDS    how long to run (default 2)\n"
-    "      -r RATE       sample rate to set (default: the driver's current rate)\n"
-    "      -b FRAMES     buffer size (default: the driver's preferred size)\n"
-    "      -p PLUGIN     a VST 2 plug-in in the chain; may be repeated\n"
-    "      -q            no progress bar\n"
-    "      On Windows the drivers are those installed in the registry; on Linux,\n"
-    "      which has no ASIO registry, they are the bundled test drivers\n"
-    "      (\"Quorvel Test ASIO\", \"Quorvel Test ASIO Float\"), registered in process.\n";
-
-}  // namespace
-
-namespace Quorvel::Cli {
-
-int Usage() {
-  std::fputs(kUsage, stderr);
-  return 2;
-}
-
-int Fail(const std::string& Message) {
-  std::fprintf(stderr, "quorvel: %s\n", Message.c_str());
-  return 1;
-}
-
-bool ParseDouble(const char* Text, double& Value) {
-  char* End = nullptr;
-  Value = std::strtod(Text, &End);
-  return End && *End == '\0' && End != Text && std::isfinite(Value);
-}
-
-bool ParseInt(const char* Text, long& Value) {
-  char* End = nullptr;
-  Value = std::strtol(Text, &End, 10);
-  return End && *End == '\0' && End != Text;
-}
-
-void TReports::Attach(TWBComponent& C) {
-  C.OnError = [this](TWBComponent*, const std::string& Message, int32_t, bool& Handled) {
-    std::lock_guard<std::mutex> L(FMutex);
-    FErrors.push_back(Message);
-    Handled = true;
-  };
-  C.OnWarning = [](TWBComponent*, const std::string& Message, int32_t) {
-    std::fprintf(stderr, "quorvel: warning: %s\n", Message.c_str());
-  };
-}
-
-bool TReports::Empty() const {
-  std::lock_guard<std::mutex> L(FMutex);
-  return FErrors.empty();
-}
-
-std::string TReports::First() const {
-  std::lock_guard<std::mutex> L(FMutex);
-  return FErrors.empty() ? std::string() : FErrors.front();
-}
-
-std::string TReports::Last() const {
-  std::lock_guard<std::mutex> L(FMutex);
-  return FErrors.empty() ? std::string() : FErrors.back();
-}
-
-bool OpenPlugIn(TSRVSTHost& Host, TReports& Reports, const std::string& File) {
-  Host.SetFileName(File);
-  if (Host.Open()) return true;
-  if (!Reports.Empty())
-    Fail(Reports.Last());
-  else
-    Fail(File + " is not a VST 2 plug-in (no entry point, or it made no effect)");
-  return false;
-}
-
-TProgressBar::TProgressBar(bool Enabled) : FEnabled(Enabled && Platform::StandardErrorIsTerminal()) {}
-
-void TProgressBar::Show(uint64_t Done, uint64_t Total) {
-  if (!FEnabled || Total == 0) return;
-  const int Percent = static_cast<int>(std::min(Done, Total) * 100 / Total);
-  if (Percent == FLast) return;
-  FLast = Percent;
-  const int Width = 40, Filled = Percent * Width / 100;
-  std::fprintf(stderr, "\r[%s%s] %3d%%", std::string(static_cast<size_t>(Filled), '#').c_str(),
-               std::string(static_cast<size_t>(Width - Filled), ' ').c_str(), Percent);
-  std::fflush(stderr);
-}
-
-void TProgressBar::Finish() {
-  if (FEnabled && FLast >= 0) std::fputc('\n', stderr);
-}
-
-}  // namespace Quorvel::Cli
 
 namespace {
 
@@ -145,8 +32,6 @@ std::string FourChars(int32_t Id) {
   return S;
 }
 
-// ---- info ------------------------------------------------------------------------------
-
 const char* const kEffFlagNames[13] = {"HasEditor", "HasClip", "HasVu", "CanMono", "CanReplacing",
                                        "ProgramChunks", "Unused1", "Unused2", "IsSynth", "NoSoundInStop",
                                        "ExtIsAsync", "ExtHasBuffer", "CanDoubleReplacing"};
@@ -158,21 +43,33 @@ const char* const kCategoryNames[12] = {"Unknown", "Effect", "Synth", "Analysis"
                                         "RoomFx", "SurroundFx", "Restoration", "OfflineProcess", "Shell",
                                         "Generator"};
 
+// A column is at most this wide; longer texts end in "...".
+constexpr size_t kMaxColumn = 40;
+
+std::string Fit(std::string Text, size_t Width) {
+  if (Text.size() > Width) Text = Text.substr(0, Width - 3) + "...";
+  return Text;
+}
+
 std::string PinNames(TPWPinList& Pins) {
   std::string S;
   for (size_t I = 0; I < Pins.Count(); ++I) S += (I ? ", " : "") + Pins.Get(I)->GetName();
   return S;
 }
 
-int Info(int Argc, char** Argv) {
-  if (Argc != 1) return Usage();
+}  // namespace
+
+int Cli::Info(const TArgs& Args) {
+  TArgs Files;
+  if (const int Rc = ParseOptions(Args, {}, Files, 1)) return Rc;
+  if (Files.size() != 1) return Usage();
   TSRVSTHost Host;
   TReports Reports;
   Reports.Attach(Host);
-  if (!OpenPlugIn(Host, Reports, Argv[0])) return 1;
+  if (!OpenPlugIn(Host, Reports, Files[0])) return 1;
 
   const int32_t Category = Host.GetPlugCategory();
-  std::printf("file:        %s\n", Argv[0]);
+  std::printf("file:        %s\n", Files[0].c_str());
   std::printf("name:        %s\n", Host.GetEffectName().c_str());
   std::printf("vendor:      %s\n", Host.GetVendorString().c_str());
   std::printf("product:     %s\n", Host.GetProductString().c_str());
@@ -194,142 +91,35 @@ int Info(int Argc, char** Argv) {
   std::printf("inputs:      %d  %s\n", Host.GetNumInputs(), PinNames(Host.GetInputPins()).c_str());
   std::printf("outputs:     %d  %s\n", Host.GetNumOutputs(), PinNames(Host.GetOutputPins()).c_str());
   std::printf("latency:     %d samples (tail %d)\n", Host.GetInitialDelay(), Host.GetTailSize());
-  std::printf("programs:    %d (current %d)\n", Host.GetNumPrograms(), Host.GetProgram());
+  if (Host.GetNumPrograms() > 0)
+    std::printf("programs:    %d (current %d)\n", Host.GetNumPrograms(), Host.GetProgram());
+  else
+    std::printf("programs:    none%s\n",
+                Host.GetNumPrograms() < 0 ? (" (it reports " + std::to_string(Host.GetNumPrograms()) + ")").c_str() : "");
   for (int32_t P = 0; P < Host.GetNumPrograms(); ++P)
     std::printf("  %4d  %s\n", P, Host.GetProgramNameIndexed(P).c_str());
-  std::printf("parameters:  %d\n", Host.GetNumParams());
-  for (int32_t P = 0; P < Host.GetNumParams(); ++P) {
-    std::printf("  %4d  %-24s %.4f  %s %s%s\n", P, Host.GetParameterName(P).c_str(), Host.GetParameter(P),
-                Host.GetParameterDisplay(P).c_str(), Host.GetParameterLabel(P).c_str(),
-                Host.CanBeAutomated(P) ? "" : "  (not automatable)");
+  const int32_t Params = Host.GetNumParams();
+  std::printf("parameters:  %d\n", std::max(Params, 0));
+  // Columns as wide as the longest name and display text (within reason), so
+  // that every row lines up.
+  std::vector<std::string> Names, Displays;
+  size_t NameWidth = 4, DisplayWidth = 1;
+  for (int32_t P = 0; P < Params; ++P) {
+    Names.push_back(Fit(Host.GetParameterName(P), kMaxColumn));
+    Displays.push_back(Fit(Host.GetParameterDisplay(P), kMaxColumn));
+    NameWidth = std::max(NameWidth, Names.back().size());
+    DisplayWidth = std::max(DisplayWidth, Displays.back().size());
+  }
+  for (int32_t P = 0; P < Params; ++P) {
+    const size_t I = static_cast<size_t>(P);
+    std::printf("  %4d  %-*s  %.4f  %-*s %s%s\n", P, static_cast<int>(NameWidth), Names[I].c_str(),
+                Host.GetParameter(P), static_cast<int>(DisplayWidth), Displays[I].c_str(),
+                Host.GetParameterLabel(P).c_str(), Host.CanBeAutomated(P) ? "" : "  (not automatable)");
   }
   return 0;
 }
 
-// ---- process ---------------------------------------------------------------------------
-
-struct TProcessOptions {
-  std::string PlugIn, Input, Output;
-  long BlockSize = 256;
-  TSRVSTPrecision Precision = TSRVSTPrecision::vstp32;
-  long Program = -1;
-  std::vector<std::pair<long, double>> Parameters;
-  bool Bypass = false;
-  bool Quiet = false;
-};
-
-// File channels feed the plug-in's inputs (a mono file feeds every input);
-// every plug-in output becomes a channel of the output file.
-int RunChain(const TProcessOptions& O, TSRAudioFileSource& Source, bool Verbose) {
-  TSRVSTHost Host;
-  TReports Reports;
-  Reports.Attach(Host);
-  Reports.Attach(Source);
-  if (!OpenPlugIn(Host, Reports, O.PlugIn)) return 1;
-  if (O.Program >= 0) {
-    if (O.Program >= Host.GetNumPrograms())
-      return Fail("program " + std::to_string(O.Program) + " out of range (the plug-in has " +
-                  std::to_string(Host.GetNumPrograms()) + ")");
-    Host.SetProgram(static_cast<int32_t>(O.Program));
-  }
-  for (const auto& P : O.Parameters) {
-    if (P.first < 0 || P.first >= Host.GetNumParams())
-      return Fail("parameter " + std::to_string(P.first) + " out of range (the plug-in has " +
-                  std::to_string(Host.GetNumParams()) + ")");
-    Host.SetParameter(static_cast<int32_t>(P.first), static_cast<float>(P.second));
-  }
-  Host.SetBufferSize(static_cast<size_t>(O.BlockSize));
-  Host.SetPrecision(O.Precision);
-  Host.SetBypass(O.Bypass);
-
-  if (!Source.Open()) return Fail(Reports.Empty() ? "cannot read " + O.Input : Reports.Last());
-  const auto Info = Source.GetInfo();
-  const size_t Outs = Host.GetOutputPins().Count();
-  if (Outs == 0) return Fail(O.PlugIn + " has no outputs");
-  if (Info.Channels == 0) return Fail(O.Input + " has no channels");
-  // An instrument has no inputs: one surplus input pin (never read) clocks its blocks.
-  if (Host.GetInputPins().Count() == 0) Host.GetInputPins().SetCount(1);
-  for (size_t I = 0; I < Host.GetInputPins().Count(); ++I)
-    Source.GetOutputPin(I % Info.Channels)->Connect(*Host.GetInputPin(I));
-  TSRAudioFileSink Sink(nullptr, Outs);
-  Reports.Attach(Sink);
-  Sink.SetFileName(O.Output);
-  Sink.SetBufferSize(static_cast<size_t>(O.BlockSize));
-  for (size_t I = 0; I < Outs; ++I) Host.GetOutputPin(I)->Connect(*Sink.GetInputPin(I));
-
-  if (Verbose)
-    std::printf("%s: %s, %u Hz, %u bits, %u channels -> %zu in / %zu out\n", O.PlugIn.c_str(),
-                Host.GetEffectName().c_str(), Info.SampleRate, Info.Bits, Info.Channels,
-                Host.GetInputPins().Count(), Outs);
-  TProgressBar Bar(!O.Quiet);
-  const uint64_t Frames = Source.Run([&](uint64_t Done, uint64_t Total) {
-    Bar.Show(Done, Total);
-    return true;
-  });
-  Bar.Finish();
-  if (!Reports.Empty()) return Fail(Reports.First());
-
-  const auto Peaks = Sink.GetPeaks();
-  const double Full = static_cast<double>(ISRAudioBuffer::MaxValue(Info.Bits));
-  std::printf("processed %llu frames (%.2f s) in blocks of %ld%s\n", static_cast<unsigned long long>(Frames),
-              Info.SampleRate ? static_cast<double>(Frames) / Info.SampleRate : 0.0, O.BlockSize,
-              Host.GetDoublePrecision() ? ", 64-bit" : "");
-  for (size_t C = 0; C < Peaks.size(); ++C)
-    std::printf("  output %zu (%s): peak %.1f dBFS\n", C + 1, Host.GetOutputPin(C)->GetName().c_str(),
-                Peaks[C] > 0 ? 20.0 * std::log10(Peaks[C] / Full) : -INFINITY);
-  if (Host.GetNonFiniteCount())
-    std::printf("  %llu samples were not finite (written as 0 or full scale)\n",
-                static_cast<unsigned long long>(Host.GetNonFiniteCount()));
-  std::printf("written: %s (%llu frames)\n", O.Output.c_str(), static_cast<unsigned long long>(Sink.GetFramesWritten()));
-  return Sink.GetFramesWritten() == Frames ? 0 : 1;
-}
-
-int Process(int Argc, char** Argv) {
-  if (Argc < 1) return Usage();
-  TProcessOptions O;
-  O.PlugIn = Argv[0];
-  for (int I = 1; I < Argc; ++I) {
-    const std::string A = Argv[I];
-    if (A == "--bypass") {
-      O.Bypass = true;
-      continue;
-    }
-    if (A == "-q") {
-      O.Quiet = true;
-      continue;
-    }
-    if (I + 1 >= Argc) return Usage();
-    const char* V = Argv[++I];
-    bool Ok = true;
-    if (A == "-i") {
-      O.Input = V;
-    } else if (A == "-o") {
-      O.Output = V;
-    } else if (A == "-b") {
-      Ok = ParseInt(V, O.BlockSize) && O.BlockSize >= 1 && O.BlockSize <= 65536;
-    } else if (A == "-p") {
-      Ok = std::strcmp(V, "32") == 0 || std::strcmp(V, "64") == 0;
-      O.Precision = std::strcmp(V, "64") == 0 ? TSRVSTPrecision::vstp64 : TSRVSTPrecision::vstp32;
-    } else if (A == "-P") {
-      Ok = ParseInt(V, O.Program) && O.Program >= 0;
-    } else if (A == "-x") {
-      const char* Eq = std::strchr(V, '=');
-      long Index = -1;
-      double Value = 0;
-      Ok = Eq && ParseInt(std::string(V, Eq).c_str(), Index) && ParseDouble(Eq + 1, Value) && Value >= 0 &&
-           Value <= 1;
-      O.Parameters.emplace_back(Index, Value);
-    } else {
-      return Usage();
-    }
-    if (!Ok) return Fail("bad value for " + A + ": " + V);
-  }
-  if (O.Input.empty() || O.Output.empty()) return Usage();
-  if (!Platform::FileExists(O.Input)) return Fail("input file " + O.Input + " does not exist");
-  TSRAudioFileSource Source;
-  Source.SetFileName(O.Input);
-  return RunChain(O, Source, true);
-}
+namespace {
 
 // ---- demo ------------------------------------------------------------------------------
 
@@ -339,26 +129,25 @@ std::string BundledPlugIn() {
   return Platform::GetExecutableDirectory() + "../testplugins/vst2/" QUORVEL_DEMO_PLUGIN_FILE;
 }
 
-int Demo(int Argc, char** Argv) {
+}  // namespace
+
+int Cli::Demo(const TArgs& Args) {
   std::string Output = "quorvel-demo.wav", PlugIn = BundledPlugIn();
   double Seconds = 2.0, Frequency = 440.0;
-  for (int I = 0; I < Argc; ++I) {
-    const std::string A = Argv[I];
-    if (I + 1 >= Argc) return Usage();
-    const char* V = Argv[++I];
-    bool Ok = true;
-    if (A == "-o")
-      Output = V;
-    else if (A == "-p")
-      PlugIn = V;
-    else if (A == "-s")
-      Ok = ParseDouble(V, Seconds) && Seconds > 0 && Seconds <= 3600;
-    else if (A == "-f")
-      Ok = ParseDouble(V, Frequency) && Frequency > 0 && Frequency < 22050;
-    else
-      return Usage();
-    if (!Ok) return Fail("bad value for " + A + ": " + V);
-  }
+  TArgs None;
+  const int Rc = ParseOptions(
+      Args,
+      {{"-o", true, [&](const std::string& V) { return !(Output = V).empty(); }, "a file name"},
+       {"-p", true, [&](const std::string& V) { return !(PlugIn = V).empty(); }, "a plug-in file"},
+       {"-s", true, [&](const std::string& V) { return ParseDouble(V, Seconds) && Seconds > 0 && Seconds <= 3600; },
+        "seconds, above 0 and at most 3600"},
+       {"-f", true,
+        [&](const std::string& V) { return ParseDouble(V, Frequency) && Frequency > 0 && Frequency < 22050; },
+        "hertz, above 0 and below 22050"}},
+      None, 0);
+  if (Rc) return Rc;
+  TOutputFile File;
+  if (!File.Prepare(Output, {{"the plug-in", PlugIn}})) return 1;
 
   // Tone -> host (gain 0.5, channels swapped) -> stereo file.
   TSRVSTHost Host;
@@ -377,7 +166,7 @@ int Demo(int Argc, char** Argv) {
   if (Outs == 0) return Fail(PlugIn + " has no outputs");
   TSRAudioFileSink Sink(nullptr, Outs);
   Reports.Attach(Sink);
-  Sink.SetFileName(Output);
+  Sink.SetFileName(File.GetWorkName());
   for (size_t I = 0; I < Outs; ++I) Host.GetOutputPin(I)->Connect(*Sink.GetInputPin(I));
 
   const auto Before = GetBufferPoolStats();
@@ -406,27 +195,30 @@ int Demo(int Argc, char** Argv) {
   std::printf("buffer pool: %llu heap allocations, %llu reuses\n",
               static_cast<unsigned long long>(After.HeapAllocations - Before.HeapAllocations),
               static_cast<unsigned long long>(After.PoolHits - Before.PoolHits));
+  if (Sink.GetFramesWritten() != Blocks * Tone.GetBlockSize())
+    return Fail("the chain wrote " + std::to_string(Sink.GetFramesWritten()) + " of " +
+                std::to_string(Blocks * Tone.GetBlockSize()) + " frames; " + Output + " is left as it was");
+  if (!File.Commit()) return 1;
   std::printf("written: %s\n", Output.c_str());
-  return Sink.GetFramesWritten() == Blocks * Tone.GetBlockSize() ? 0 : 1;
+  return 0;
 }
 
-}  // namespace
-
 int main(int Argc, char** Argv) {
-  if (Argc < 2) return Usage();
+  const TArgs All = Platform::GetProgramArguments(Argc, Argv);
+  if (All.size() < 2) return Usage();
   try {
-    const std::string Command = Argv[1];
-    if (Command == "demo") return Demo(Argc - 2, Argv + 2);
-    if (Command == "info") return Info(Argc - 2, Argv + 2);
-    if (Command == "process") return Process(Argc - 2, Argv + 2);
-    if (Command == "asio") return Cli::Asio(Argc - 2, Argv + 2);
+    const std::string& Command = All[1];
+    const TArgs Args(All.begin() + 2, All.end());
+    if (Command == "demo") return Cli::Demo(Args);
+    if (Command == "info") return Cli::Info(Args);
+    if (Command == "process") return Cli::Process(Args);
+    if (Command == "asio") return Cli::Asio(Args);
     if (Command == "-h" || Command == "--help" || Command == "help") {
-      std::fputs(kUsage, stdout);
+      PrintUsage();
       return 0;
     }
     return Usage();
   } catch (const std::exception& E) {
-    std::fprintf(stderr, "quorvel: %s\n", E.what());
-    return 1;
+    return Fail(E.what());
   }
 }

@@ -1,0 +1,242 @@
+#include "tools/Quorvelcli.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/Console.h"
+#include "platform/Files.h"
+#include "vst2/Srvsthost.h"
+
+namespace Quorvel::Cli {
+namespace {
+
+const char* const kUsage =
+    "usage:\n"
+    "  quorvel info PLUGIN\n"
+    "      identity, flags, capabilities, channels, latency, programs and parameters\n"
+    "  quorvel process PLUGIN -i IN.wav -o OUT.wav [options]\n"
+    "      -b FRAMES     block size the plug-in is run with (1 to 65536, default 256)\n"
+    "      -p 32|64      processing precision (default 32)\n"
+    "      -P N          program number\n"
+    "      -x I=V        parameter I set to V (0..1); may be repeated\n"
+    "      --bypass      bypass the plug-in (the host passes the input through\n"
+    "                    when the plug-in cannot bypass itself)\n"
+    "      --tail SECONDS  how long to let the plug-in ring out after the input\n"
+    "                    (default: the tail the plug-in reports, else 0)\n"
+    "      --no-latency-compensation\n"
+    "                    keep the plug-in's reported delay at the output's start\n"
+    "      --isolate     run the plug-in in a child process, so that a plug-in\n"
+    "                    that crashes ends with a report and no output file\n"
+    "      -q            no progress bar\n"
+    "      The output is written only when processing succeeded; it may not be\n"
+    "      the input file or the plug-in.\n"
+    "  quorvel demo [-o OUT.wav] [-s SECONDS] [-f HZ] [-p PLUGIN]\n"
+    "      a tone through the bundled test plug-in (default quorvel-demo.wav)\n"
+    "  quorvel asio list\n"
+    "      the installed ASIO drivers\n"
+    "  quorvel asio info NAME\n"
+    "      driver version, sample rates, latencies, buffer sizes, clocks, channels\n"
+    "  quorvel asio run NAME [-s SECONDS] [-r RATE] [-b FRAMES] [-p PLUGIN]... [-q]\n"
+    "      the driver's inputs through the plug-ins (none: straight) to its outputs\n"
+    "      -s SECONDS    how long to run (default 2)\n"
+    "      -r RATE       sample rate to set (default: the driver's current rate)\n"
+    "      -b FRAMES     buffer size (default: the driver's preferred size)\n"
+    "      -p PLUGIN     a VST 2 plug-in in the chain; may be repeated\n"
+    "      -q            no progress bar\n"
+    "      On Windows the drivers are those installed in the registry; on Linux,\n"
+    "      which has no ASIO registry, they are the bundled test drivers\n"
+    "      (\"Quorvel Test ASIO\", \"Quorvel Test ASIO Float\"), registered in process.\n";
+
+}  // namespace
+
+int Usage() {
+  std::fputs(kUsage, stderr);
+  return 2;
+}
+
+void PrintUsage() { std::fputs(kUsage, stdout); }
+
+int Fail(const std::string& Message) {
+  std::fprintf(stderr, "quorvel: %s\n", Message.c_str());
+  return 1;
+}
+
+void Warn(const std::string& Message) { std::fprintf(stderr, "quorvel: warning: %s\n", Message.c_str()); }
+
+bool ParseDouble(const std::string& Text, double& Value) {
+  if (Text.empty() || std::isspace(static_cast<unsigned char>(Text[0]))) return false;
+  char* End = nullptr;
+  Value = std::strtod(Text.c_str(), &End);
+  return End && *End == '\0' && End != Text.c_str() && std::isfinite(Value);
+}
+
+bool ParseInt(const std::string& Text, long& Value) {
+  if (Text.empty() || std::isspace(static_cast<unsigned char>(Text[0]))) return false;
+  char* End = nullptr;
+  errno = 0;
+  Value = std::strtol(Text.c_str(), &End, 10);
+  return End && *End == '\0' && End != Text.c_str() && errno != ERANGE;
+}
+
+int ParseOptions(const TArgs& Args, const std::vector<TOption>& Options, TArgs& Positional, size_t MaxPositional) {
+  for (size_t I = 0; I < Args.size(); ++I) {
+    const std::string& A = Args[I];
+    const auto Option = std::find_if(Options.begin(), Options.end(), [&](const TOption& O) { return O.Name == A; });
+    if (Option == Options.end()) {
+      if (A.size() > 1 && A[0] == '-') {
+        Fail("unknown option " + A);
+        return Usage();
+      }
+      if (Positional.size() >= MaxPositional) {
+        Fail("unexpected argument " + A);
+        return Usage();
+      }
+      Positional.push_back(A);
+      continue;
+    }
+    std::string Value;
+    if (Option->TakesValue) {
+      if (I + 1 >= Args.size()) {
+        Fail(A + " needs a value (" + Option->Expected + ")");
+        return Usage();
+      }
+      Value = Args[++I];
+    }
+    if (!Option->Apply(Value)) {
+      Fail("bad value for " + A + ": \"" + Value + "\" (" + Option->Expected + ")");
+      return Usage();
+    }
+  }
+  return 0;
+}
+
+std::string CheckExistingFile(const std::string& What, const std::string& Path) {
+  switch (Platform::GetPathKind(Path)) {
+    case Platform::TPathKind::pkFile: return std::string();
+    case Platform::TPathKind::pkMissing: return What + " " + Path + " does not exist";
+    case Platform::TPathKind::pkDirectory: return What + " " + Path + " is a folder, not a file";
+    default: return What + " " + Path + " is not a regular file";
+  }
+}
+
+TOutputFile::~TOutputFile() {
+  if (!FAdopted) Abandon();
+}
+
+bool TOutputFile::Prepare(const std::string& Name, const std::vector<TInput>& Inputs) {
+  FName = Name;
+  if (Platform::GetPathKind(Name) == Platform::TPathKind::pkDirectory) {
+    Fail("the output " + Name + " is a folder");
+    return false;
+  }
+  for (const auto& Input : Inputs)
+    if (Platform::IsSameFile(Name, Input.Path)) {
+      Fail("the output " + Name + " is " + Input.What + " " + Input.Path + " (the same file); choose another output");
+      return false;
+    }
+  FTarget = Platform::ResolveWriteTarget(Name);
+  std::string Reason;
+  FWork = Platform::CreateTemporaryFileBeside(FTarget, Reason);
+  if (FWork.empty()) {
+    Fail("cannot write " + Name + ": " + Reason);
+    return false;
+  }
+  Platform::RemoveOnInterrupt(FWork);
+  return true;
+}
+
+void TOutputFile::Adopt(const std::string& Name, const std::string& WorkName) {
+  FName = Name;
+  FWork = WorkName;
+  FAdopted = true;
+}
+
+bool TOutputFile::Commit() {
+  if (FAdopted) return true;
+  std::string Reason;
+  Platform::ForgetOnInterrupt();
+  if (!Platform::ReplaceFile(FWork, FTarget, Reason)) {
+    Abandon();
+    Fail(Reason);
+    return false;
+  }
+  FWork.clear();
+  return true;
+}
+
+void TOutputFile::Abandon() {
+  if (FWork.empty()) return;
+  Platform::ForgetOnInterrupt();
+  Platform::RemoveFile(FWork);
+  FWork.clear();
+}
+
+void TReports::Attach(TWBComponent& C) {
+  C.OnError = [this](TWBComponent*, const std::string& Message, int32_t, bool& Handled) {
+    std::lock_guard<std::mutex> L(FMutex);
+    FErrors.push_back(Message);
+    Handled = true;
+  };
+  C.OnWarning = [](TWBComponent*, const std::string& Message, int32_t) { Warn(Message); };
+}
+
+bool TReports::Empty() const {
+  std::lock_guard<std::mutex> L(FMutex);
+  return FErrors.empty();
+}
+
+std::string TReports::First() const {
+  std::lock_guard<std::mutex> L(FMutex);
+  return FErrors.empty() ? std::string() : FErrors.front();
+}
+
+std::string TReports::Last() const {
+  std::lock_guard<std::mutex> L(FMutex);
+  return FErrors.empty() ? std::string() : FErrors.back();
+}
+
+bool OpenPlugIn(TSRVSTHost& Host, TReports& Reports, const std::string& File) {
+  // A missing file is the host's to report; a folder or a device never reaches it.
+  const auto Kind = Platform::GetPathKind(File);
+  if (Kind != Platform::TPathKind::pkMissing && Kind != Platform::TPathKind::pkFile) {
+    Fail(CheckExistingFile("plug-in", File));
+    return false;
+  }
+  Host.SetFileName(File);
+  if (Host.Open()) return true;
+  if (!Reports.Empty())
+    Fail(Reports.Last());
+  else
+    Fail(File + " is not a VST 2 plug-in (no entry point, or it made no effect)");
+  return false;
+}
+
+std::string CountText(int32_t Count, const char* Things) {
+  if (Count <= 0)
+    return std::string("the plug-in has no ") + Things +
+           (Count < 0 ? " (it reports " + std::to_string(Count) + ")" : std::string());
+  return "the plug-in has " + std::to_string(Count);
+}
+
+TProgressBar::TProgressBar(bool Enabled) : FEnabled(Enabled && Platform::StandardErrorIsTerminal()) {}
+
+void TProgressBar::Show(uint64_t Done, uint64_t Total) {
+  if (!FEnabled || Total == 0) return;
+  const int Percent = static_cast<int>(std::min(Done, Total) * 100 / Total);
+  if (Percent == FLast) return;
+  FLast = Percent;
+  const int Width = 40, Filled = Percent * Width / 100;
+  std::fprintf(stderr, "\r[%s%s] %3d%%", std::string(static_cast<size_t>(Filled), '#').c_str(),
+               std::string(static_cast<size_t>(Width - Filled), ' ').c_str(), Percent);
+  std::fflush(stderr);
+}
+
+void TProgressBar::Finish() {
+  if (FEnabled && FLast >= 0) std::fputc('\n', stderr);
+}
+
+}  // namespace Quorvel::Cli
