@@ -22,7 +22,7 @@ std::string ResolveWriteTarget(const std::string& Path);
 std::string CreateTemporaryFileBeside(const std::string& Target, std::string& ErrorText);
 // [any thread] Puts Source in Target's place in one step (replacing an
 // existing Target); false with the reason in ErrorText.
-bool ReplaceFile(const std::string& Source, const std::string& Target, std::string& ErrorText);
+bool PutFileInPlace(const std::string& Source, const std::string& Target, std::string& ErrorText);
 // [any thread] Deletes a file; false when it could not be deleted.
 bool RemoveFile(const std::string& Path);
 

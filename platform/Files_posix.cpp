@@ -65,7 +65,7 @@ std::string CreateTemporaryFileBeside(const std::string& Target, std::string& Er
   return Name;
 }
 
-bool ReplaceFile(const std::string& Source, const std::string& Target, std::string& ErrorText) {
+bool PutFileInPlace(const std::string& Source, const std::string& Target, std::string& ErrorText) {
   if (rename(Source.c_str(), Target.c_str()) == 0) return true;
   ErrorText = "cannot replace " + Target + ": " + std::strerror(errno);
   return false;

@@ -72,7 +72,7 @@ std::string CreateTemporaryFileBeside(const std::string& Target, std::string& Er
   return std::string();
 }
 
-bool ReplaceFile(const std::string& Source, const std::string& Target, std::string& ErrorText) {
+bool PutFileInPlace(const std::string& Source, const std::string& Target, std::string& ErrorText) {
   std::wstring S, T;
   if (!Wide(Source, S) || !Wide(Target, T)) {
     ErrorText = "file name is not valid UTF-8";

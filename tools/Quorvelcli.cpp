@@ -159,7 +159,7 @@ bool TOutputFile::Commit() {
   if (FAdopted) return true;
   std::string Reason;
   Platform::ForgetOnInterrupt();
-  if (!Platform::ReplaceFile(FWork, FTarget, Reason)) {
+  if (!Platform::PutFileInPlace(FWork, FTarget, Reason)) {
     Abandon();
     Fail(Reason);
     return false;

@@ -220,11 +220,11 @@ TEST_F(PlatformFiles, FilesAreKnownByIdentityAndReplacedInOneStep) {
 
   // Replacing puts the new content in place and leaves no temporary file.
   std::ofstream(fs::u8path(T1), std::ios::binary) << "new";
-  ASSERT_TRUE(ReplaceFile(T1, A, Error)) << Error;
+  ASSERT_TRUE(PutFileInPlace(T1, A, Error)) << Error;
   EXPECT_EQ(GetPathKind(T1), TPathKind::pkMissing);
   std::ifstream In(fs::u8path(A), std::ios::binary);
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(In), {}), "new");
-  EXPECT_FALSE(ReplaceFile(PathOf("missing"), A, Error));
+  EXPECT_FALSE(PutFileInPlace(PathOf("missing"), A, Error));
   EXPECT_TRUE(RemoveFile(T2));
   EXPECT_FALSE(RemoveFile(T2));
 }
