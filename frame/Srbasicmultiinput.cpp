@@ -1,5 +1,7 @@
 #include "frame/Srbasicmultiinput.h"
 
+#include "frame/Wbpersistence.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -342,6 +344,14 @@ void TSRBasicMultiInput::MasterPumpRequest() {
 
 void TSRBasicMultiInput::PassTroughMasterPump(TPWOperation& Operation) {
   for (size_t I = 0, N = FInputPins.CountLocked(); I < N; ++I) InputAt(I)->NotifyUpstream(Operation);
+}
+
+
+const TWBClassInfo& TSRBasicMultiInput::ClassInfo() {
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRBasicMultiInput", &TWBComponent::ClassInfo(),
+      {Property("BufferSize", &TSRBasicMultiInput::GetBufferSize, &TSRBasicMultiInput::SetBufferSize, size_t(256))});
+  return Info;
 }
 
 }  // namespace Quorvel

@@ -50,6 +50,9 @@ class TSRPWQueuedAudioSinkPin : public TSRPWAudioSinkPin {
 
 class TSRBasicMultiInput : public TWBComponent {
  public:
+  // The class's published properties (frame/Wbpersistence.h).
+  static const TWBClassInfo& ClassInfo();
+  const TWBClassInfo& GetClassInfo() const override { return ClassInfo(); }
   TSRBasicMultiInput(TWBComponent* Owner, size_t InputCount, size_t OutputCount);
   ~TSRBasicMultiInput() override;
 

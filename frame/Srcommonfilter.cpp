@@ -1,5 +1,7 @@
 #include "frame/Srcommonfilter.h"
 
+#include "frame/Wbpersistence.h"
+
 namespace Quorvel {
 
 TSRCommonFilter::TSRCommonFilter(TWBComponent* Owner)
@@ -79,5 +81,11 @@ void TSRCommonFilter::InternalOperation(ISRAudioBuffer& InBuffer, ISRAudioBuffer
 void TSRCommonFilter::MasterPump(TPWOperation& Operation) { FInputPin.NotifyUpstream(Operation); }
 void TSRCommonFilter::PumpRequest(TPWOperation& Operation) { FInputPin.NotifyUpstream(Operation); }
 void TSRCommonFilter::StartPump(TPWOperation& Operation) { FInputPin.NotifyUpstream(Operation); }
+
+
+const TWBClassInfo& TSRCommonFilter::ClassInfo() {
+  static const TWBClassInfo Info = MakeClassInfo("TSRCommonFilter", &TWBComponent::ClassInfo(), {});
+  return Info;
+}
 
 }  // namespace Quorvel

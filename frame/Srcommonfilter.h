@@ -13,6 +13,9 @@ namespace Quorvel {
 
 class TSRCommonFilter : public TWBComponent {
  public:
+  // The class's published properties (frame/Wbpersistence.h).
+  static const TWBClassInfo& ClassInfo();
+  const TWBClassInfo& GetClassInfo() const override { return ClassInfo(); }
   explicit TSRCommonFilter(TWBComponent* Owner = nullptr);
   ~TSRCommonFilter() override;
 

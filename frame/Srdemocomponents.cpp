@@ -1,5 +1,7 @@
 #include "frame/Srdemocomponents.h"
 
+#include "frame/Wbpersistence.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -191,6 +193,37 @@ void TSRWaveFileWriter::SinkDispatch(TPWBasicPin* SourcePin, TPWBasicPin* SinkPi
     default: break;
   }
   States.Include(TPWNotifyState::pnsHandled);
+}
+
+
+// ---- published properties ---------------------------------------------------
+
+const TWBClassInfo& TSRToneGenerator::ClassInfo() {
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRToneGenerator", &TWBComponent::ClassInfo(),
+      {Property("Frequency", &TSRToneGenerator::GetFrequency, &TSRToneGenerator::SetFrequency, 440.0),
+       Property("Amplitude", &TSRToneGenerator::GetAmplitude, &TSRToneGenerator::SetAmplitude, 0.5),
+       Property("SampleRate", &TSRToneGenerator::GetSampleRate, &TSRToneGenerator::SetSampleRate, 44100.0),
+       Property("Channels", &TSRToneGenerator::GetChannels, &TSRToneGenerator::SetChannels, 2u),
+       Property("Bits", &TSRToneGenerator::GetBits, &TSRToneGenerator::SetBits, 16u),
+       Property("BlockSize", &TSRToneGenerator::GetBlockSize, &TSRToneGenerator::SetBlockSize, size_t(256))},
+      Factory<TSRToneGenerator>());
+  return Info;
+}
+
+const TWBClassInfo& TSRGainFilter::ClassInfo() {
+  static const TWBClassInfo Info =
+      MakeClassInfo("TSRGainFilter", &TSRCommonFilter::ClassInfo(),
+                    {Property("Gain", &TSRGainFilter::GetGain, &TSRGainFilter::SetGain, 1.0)}, Factory<TSRGainFilter>());
+  return Info;
+}
+
+const TWBClassInfo& TSRWaveFileWriter::ClassInfo() {
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRWaveFileWriter", &TWBComponent::ClassInfo(),
+      {Property("FileName", &TSRWaveFileWriter::GetFileName, &TSRWaveFileWriter::SetFileName, std::string())},
+      Factory<TSRWaveFileWriter>());
+  return Info;
 }
 
 }  // namespace Quorvel

@@ -19,6 +19,9 @@ class TAudioFileWriter;
 // Pull mode: each pump request from downstream produces one block.
 class TSRToneGenerator : public TWBComponent {
  public:
+  // The class's published properties (frame/Wbpersistence.h).
+  static const TWBClassInfo& ClassInfo();
+  const TWBClassInfo& GetClassInfo() const override { return ClassInfo(); }
   explicit TSRToneGenerator(TWBComponent* Owner = nullptr);
   ~TSRToneGenerator() override;
 
@@ -64,6 +67,9 @@ class TSRToneGenerator : public TWBComponent {
 // Multiplies every sample by Gain, saturating.
 class TSRGainFilter : public TSRCommonFilter {
  public:
+  // The class's published properties (frame/Wbpersistence.h).
+  static const TWBClassInfo& ClassInfo();
+  const TWBClassInfo& GetClassInfo() const override { return ClassInfo(); }
   explicit TSRGainFilter(TWBComponent* Owner = nullptr) : TSRCommonFilter(Owner) {}
   ~TSRGainFilter() override { BeginDestroy(); }
   void SetGain(double Value);   // [any thread]
@@ -80,6 +86,9 @@ class TSRGainFilter : public TSRCommonFilter {
 // Writes the stream that arrives to a wave file; counts what passed.
 class TSRWaveFileWriter : public TWBComponent {
  public:
+  // The class's published properties (frame/Wbpersistence.h).
+  static const TWBClassInfo& ClassInfo();
+  const TWBClassInfo& GetClassInfo() const override { return ClassInfo(); }
   explicit TSRWaveFileWriter(TWBComponent* Owner = nullptr);
   ~TSRWaveFileWriter() override;
 

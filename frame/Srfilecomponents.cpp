@@ -1,5 +1,7 @@
 #include "frame/Srfilecomponents.h"
 
+#include "frame/Wbpersistence.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -260,6 +262,39 @@ void TSRAudioFileSink::IntStop() {
   if (FWriter) FWriter->Close();
   FWriter.reset();
   TSRBasicMultiInput::IntStop();
+}
+
+
+// ---- published properties ---------------------------------------------------
+
+const TWBClassInfo& TSRAudioFileSource::ClassInfo() {
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRAudioFileSource", &TWBComponent::ClassInfo(),
+      {Property("FileName", &TSRAudioFileSource::GetFileName, &TSRAudioFileSource::SetFileName, std::string()),
+       Property("BlockSize", &TSRAudioFileSource::GetBlockSize, &TSRAudioFileSource::SetBlockSize, size_t(1024)),
+       Property("TrailingSilence", &TSRAudioFileSource::GetTrailingSilence, &TSRAudioFileSource::SetTrailingSilence,
+                uint64_t(0))},
+      Factory<TSRAudioFileSource>());
+  return Info;
+}
+
+const TWBClassInfo& TSRAudioFileSink::ClassInfo() {
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRAudioFileSink", &TSRBasicMultiInput::ClassInfo(),
+      {PropertyOf<TSRAudioFileSink, size_t>(
+           "Channels", [](TSRAudioFileSink& S) { return S.GetInputPins().Count(); },
+           [](TSRAudioFileSink& S, size_t N) { S.GetInputPins().SetCount(N); }, size_t(2)),
+       Property("FileName", &TSRAudioFileSink::GetFileName, &TSRAudioFileSink::SetFileName, std::string()),
+       Property("Float", &TSRAudioFileSink::GetFloat, &TSRAudioFileSink::SetFloat, false),
+       Property("SkipFrames", &TSRAudioFileSink::GetSkipFrames, &TSRAudioFileSink::SetSkipFrames, uint64_t(0))},
+      Factory<TSRAudioFileSink>());
+  return Info;
+}
+
+void TSRAudioFileSource::Loaded() {
+  // A source loaded with a file name opens it, so that its pins exist for
+  // the connections that follow.
+  if (!GetFileName().empty()) Open();
 }
 
 }  // namespace Quorvel

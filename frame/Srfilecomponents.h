@@ -15,6 +15,9 @@ namespace Quorvel {
 
 class TSRAudioFileSource : public TWBComponent {
  public:
+  // The class's published properties (frame/Wbpersistence.h).
+  static const TWBClassInfo& ClassInfo();
+  const TWBClassInfo& GetClassInfo() const override { return ClassInfo(); }
   explicit TSRAudioFileSource(TWBComponent* Owner = nullptr);
   ~TSRAudioFileSource() override;
 
@@ -43,6 +46,9 @@ class TSRAudioFileSource : public TWBComponent {
   // read is reported as "Can't read file <name>" (-2).
   uint64_t Run(const std::function<bool(uint64_t Done, uint64_t Total)>& Progress = nullptr);
 
+ protected:
+  void Loaded() override;
+
  private:
   std::string FFileName;
   size_t FBlockSize = 1024;
@@ -53,6 +59,9 @@ class TSRAudioFileSource : public TWBComponent {
 
 class TSRAudioFileSink : public TSRBasicMultiInput {
  public:
+  // The class's published properties (frame/Wbpersistence.h).
+  static const TWBClassInfo& ClassInfo();
+  const TWBClassInfo& GetClassInfo() const override { return ClassInfo(); }
   // One input pin per channel of the file.
   explicit TSRAudioFileSink(TWBComponent* Owner = nullptr, size_t Channels = 2);
   ~TSRAudioFileSink() override;

@@ -1,5 +1,7 @@
 #include "frame/Wbcomponent.h"
 
+#include "frame/Wbpersistence.h"
+
 #include <algorithm>
 
 namespace Quorvel {
@@ -65,6 +67,12 @@ void TWBComponent::SetStateFlag(TComponentStateFlag Flag, bool On) {
 
 void TWBComponent::SetDesigning(bool Value) { SetStateFlag(TComponentStateFlag::csDesigning, Value); }
 
+const TWBClassInfo& TWBComponent::ClassInfo() {
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TWBComponent", nullptr, {Property("Enabled", &TWBComponent::GetEnabled, &TWBComponent::SetEnabled, true)});
+  return Info;
+}
+
 void TWBComponent::BeginLoading() { SetStateFlag(TComponentStateFlag::csLoading, true); }
 
 void TWBComponent::EndLoading() {
@@ -105,6 +113,11 @@ void TWBComponent::PinAdded(TPWBasicPin& Pin) {
 void TWBComponent::PinRemoved(TPWBasicPin& Pin) {
   TLockGuard G(FLock);
   FPins.erase(std::remove(FPins.begin(), FPins.end(), &Pin), FPins.end());
+}
+
+std::vector<TPWBasicPin*> TWBComponent::GetPins() const {
+  TLockGuard G(FLock);
+  return FPins;
 }
 
 void TWBComponent::BeginDestroy() {

@@ -20,6 +20,7 @@ enum class TComponentStateFlag { csLoading, csDesigning, csDestroying };
 using TComponentState = TSet<TComponentStateFlag>;
 
 class TWBComponent;
+struct TWBClassInfo;
 
 using TWBErrorEvent = std::function<void(TWBComponent* Sender, const std::string& Message, int32_t Code, bool& Handled)>;
 using TWBWarningEvent = std::function<void(TWBComponent* Sender, const std::string& Message, int32_t Code)>;
@@ -32,6 +33,11 @@ class TWBComponent : public IPWPinOwner {
   ~TWBComponent() override;
   TWBComponent(const TWBComponent&) = delete;
   TWBComponent& operator=(const TWBComponent&) = delete;
+
+  // The published face of the class (frame/Wbpersistence.h): "TWBComponent"
+  // with Enabled. Every streamable class answers its own.
+  static const TWBClassInfo& ClassInfo();
+  virtual const TWBClassInfo& GetClassInfo() const { return ClassInfo(); }
 
   TWBComponent* GetOwner() const { return FOwner; }
   size_t GetComponentCount() const;
@@ -70,6 +76,8 @@ class TWBComponent : public IPWPinOwner {
   std::string GetPinOwnerName() const override { return GetName(); }
   void PinAdded(TPWBasicPin& Pin) override;
   void PinRemoved(TPWBasicPin& Pin) override;
+  // [main thread] The pins of the component, in the order they were made.
+  std::vector<TPWBasicPin*> GetPins() const;
   bool IsPinOwnerDestroying() const override { return IsDestroying(); }
 
  protected:

@@ -14,7 +14,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config git
   libgtest-dev googletest libbenchmark-dev
-  libsndfile1-dev libxml2-dev
+  libsndfile1-dev libxml2-dev nlohmann-json3-dev
   clang
   # Windows build and its tests: MinGW-w64 (posix threads), Wine, a display.
   g++-mingw-w64-x86-64-posix
