@@ -9,6 +9,7 @@
 
 #include "frame/Srdemocomponents.h"
 #include "frame/Srfilecomponents.h"
+#include "frame/Wbcollection.h"
 #include "frame/Wbdocument.h"
 #include "frame/Wbregistration.h"
 
@@ -230,4 +231,79 @@ TEST(Catalogue, ListsRegisteredClassesInOrderAndCreatesByName) {
   EXPECT_EQ(Design::Components::CreateComponent("TNoSuch", &Form), nullptr);
   Design::Components::UnregisterComponents({&TSRGainFilter::ClassInfo(), &TSRToneGenerator::ClassInfo()});
   EXPECT_EQ(Design::Components::GetRegisteredComponents().size(), Before.size());
+}
+
+namespace {
+
+class TBand : public TLockCollectionItem {
+ public:
+  using TLockCollectionItem::TLockCollectionItem;
+  double GetLevel() const { return FLevel; }
+  void SetLevel(double V) { FLevel = V; }
+  std::string GetLabel() const { return FLabel; }
+  void SetLabel(const std::string& V) { FLabel = V; }
+  std::string GetDisplayName() const override { return FLabel.empty() ? TLockCollectionItem::GetDisplayName() : FLabel; }
+  static const TWBClassInfo& ClassInfo() {
+    static const TWBClassInfo Info = MakeClassInfo(
+        "TBand", nullptr,
+        {Property("Level", &TBand::GetLevel, &TBand::SetLevel, 0.0),
+         Property("Label", &TBand::GetLabel, &TBand::SetLabel, std::string())});
+    return Info;
+  }
+
+ private:
+  double FLevel = 0;
+  std::string FLabel;
+};
+
+class TEqualizer : public TWBComponent {
+ public:
+  explicit TEqualizer(TWBComponent* Owner = nullptr) : TWBComponent(Owner), FBands(this, "Band") {}
+  TWBCollection<TBand>& GetBands() { return FBands; }
+  static const TWBClassInfo& ClassInfo() {
+    static const TWBClassInfo Info =
+        MakeClassInfo("TEqualizer", &TWBComponent::ClassInfo(),
+                      {CollectionProperty("Bands", &TEqualizer::GetBands, TBand::ClassInfo())}, Factory<TEqualizer>());
+    return Info;
+  }
+  const TWBClassInfo& GetClassInfo() const override { return ClassInfo(); }
+
+ private:
+  TWBCollection<TBand> FBands;
+};
+
+}  // namespace
+
+TEST(Collections, ItemsKnowTheirPlaceMoveAndStreamInOrder) {
+  TEqualizer Eq;
+  Eq.SetName("Eq");
+  int Changes = 0;
+  Eq.GetBands().OnChanged = [&](TWBCollectionBase&) { ++Changes; };
+  Eq.GetBands().SetCount(3);
+  for (size_t I = 0; I < 3; ++I) Eq.GetBands().Get(I)->SetLevel(static_cast<double>(I) + 0.5);
+  Eq.GetBands().Get(2)->SetLabel("Treble");
+  EXPECT_EQ(Eq.GetBands().Get(0)->GetDisplayName(), "Band 0");
+  EXPECT_EQ(Eq.GetBands().Get(2)->GetDisplayName(), "Treble");
+  EXPECT_EQ(Eq.GetBands().Get(1)->GetNamePath(), "Eq.Band[1]");
+  TBand* Treble = Eq.GetBands().Get(2);
+  Treble->SetIndex(-5);  // clamped to the first place
+  EXPECT_EQ(Treble->GetIndex(), 0);
+  EXPECT_EQ(Eq.GetBands().Get(1)->GetLevel(), 0.5) << "the others keep their order";
+  EXPECT_EQ(Changes, 2);
+
+  const TWBValue Saved = SaveComponent(Eq);
+  TEqualizer Copy;
+  std::vector<std::string> Problems;
+  LoadComponent(Copy, Saved, Problems);
+  EXPECT_TRUE(Problems.empty());
+  ASSERT_EQ(Copy.GetBands().Count(), 3u);
+  EXPECT_EQ(Copy.GetBands().Get(0)->GetLabel(), "Treble");
+  EXPECT_EQ(Copy.GetBands().Get(2)->GetLevel(), 1.5);
+  EXPECT_EQ(SaveComponent(Copy), Saved);
+  // A bad item value names its place.
+  LoadComponent(Copy, TWBValue::Object({{"Bands", TWBValue::List({TWBValue::Object({{"Level", TWBValue::String("x")}})})}}),
+                Problems);
+  ASSERT_EQ(Problems.size(), 1u);
+  EXPECT_NE(Problems[0].find("Bands[0].Level"), std::string::npos) << Problems[0];
+  EXPECT_EQ(Copy.GetBands().Count(), 1u);
 }
