@@ -123,6 +123,8 @@ int Info(const TArgs& Args);     // quorvel.cpp
 int Demo(const TArgs& Args);     // quorvel.cpp
 int Process(const TArgs& Args);  // Quorvelprocess.cpp
 int Asio(const TArgs& Args);     // Quorvelasio.cpp
+int RunDocument(const TArgs& Args);     // Quorvelrun.cpp
+int ListComponents(const TArgs& Args);  // Quorvelrun.cpp
 // Installs the drivers bundled with the program where ASIOGetDriverNames
 // looks, on systems without a driver registry; elsewhere does nothing.
 void RegisterBundledAsioDrivers();

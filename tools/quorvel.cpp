@@ -213,6 +213,8 @@ int main(int Argc, char** Argv) {
     if (Command == "info") return Cli::Info(Args);
     if (Command == "process") return Cli::Process(Args);
     if (Command == "asio") return Cli::Asio(Args);
+    if (Command == "run") return Cli::RunDocument(Args);
+    if (Command == "components") return Cli::ListComponents(Args);
     if (Command == "-h" || Command == "--help" || Command == "help") {
       PrintUsage();
       return 0;
