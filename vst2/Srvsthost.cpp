@@ -215,6 +215,7 @@ bool TSRVSTHost::Open() {
     PopulatePinNames();
     UpdateBypass();
   }
+  ApplyPendingTime();  // what the plug-in's own threads set while the lock was ours
   return Result;
 }
 
@@ -297,6 +298,7 @@ void TSRVSTHost::Close() {
   TLockGuard G(GetLock());
   if (!FModule) return;
   VstDispatch(effClose, 0, 0, nullptr, 0.0f);
+  ApplyPendingTime();
   KBFreeLibrary(FModule);
   FModule = nullptr;
   FEffect = nullptr;

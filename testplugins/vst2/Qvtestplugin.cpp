@@ -713,6 +713,8 @@ void ApplyEnvironmentOptions() noexcept;
   ApplyEnvironmentOptions();
   // Before any effect exists: the host can only answer for "whoever is loading".
   CallHost(Host, nullptr, audioMasterVersion, 0, 0, nullptr, 0.0f);
+  CallHost(Host, nullptr, audioMasterGetSampleRate, 0, 0, nullptr, 0.0f);
+  CallHost(Host, nullptr, audioMasterGetBlockSize, 0, 0, nullptr, 0.0f);
   if (kVariant == TVariant::NoEffect) return nullptr;
   auto* Plugin = new (std::nothrow) TPlugin(Host, UniqueIdFor(Which));
   if (!Plugin) return nullptr;
