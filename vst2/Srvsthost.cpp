@@ -537,11 +537,10 @@ void TSRVSTHost::SetHostProductString(const std::string& Value) {
 void TSRVSTHost::SetSampleRate(double Value) {
   if (!(Value > 0.0) || !std::isfinite(Value)) return;
   TLockGuard G(GetLock());
+  if (IsStreaming()) return;  // the running stream's format stays as it came
   FFormat.SetSampleRate(Value);
-  if (!IsStreaming()) {
-    FVstTimeInfo->SampleRate = Value;
-    VstDispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(Value));
-  }
+  FVstTimeInfo->SampleRate = Value;
+  VstDispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(Value));
 }
 double TSRVSTHost::GetSampleRate() const { return FFormat.GetSampleRate(); }
 

@@ -183,8 +183,8 @@ class TSRVSTHost : public TSRBasicMultiInput {
   // [main thread] The sample rate of the component's audio format until a
   // stream brings its own: what audioMasterGetSampleRate answers and what
   // is sent at open, so set it before Open to have the plug-in see it from
-  // its first call. Values that are not positive and finite are ignored. An
-  // open plug-in is told at once (effSetSampleRate) while no stream runs.
+  // its first call. Ignored while a stream runs and for values that are not
+  // positive and finite. An open plug-in is told at once (effSetSampleRate).
   void SetSampleRate(double Value);
   double GetSampleRate() const;        // [any thread]
   // [main thread] Samples per block (the frame's buffer size), answered to

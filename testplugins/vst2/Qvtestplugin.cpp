@@ -618,9 +618,9 @@ class TPlugin {
     if (!Out || Index < 0 || Index >= Channels) return 0;
     *Out = TVstPinProperties{};
     std::snprintf(Out->Caption, sizeof Out->Caption, "%s %d", Input ? "Input" : "Output", int(Index) + 1);
-    // Four digits at most fit the short label.
-    std::snprintf(Out->ShortLabel, sizeof Out->ShortLabel, "%s%d", Input ? "In" : "Out",
-                  static_cast<int>(std::min(Index, 9998)) + 1);
+    char Label[32];
+    std::snprintf(Label, sizeof Label, "%s%d", Input ? "In" : "Out", static_cast<int>(Index) + 1);
+    CopyText(Out->ShortLabel, sizeof Out->ShortLabel, Label);
     Out->Flags.Include(TVstPinPropertiesFlag::vppIsActive);
     if (Channels == 2) Out->Flags.Include(TVstPinPropertiesFlag::vppIsStereo);
     Out->ArrangementType = Channels == 2 ? 1 : 0;  // stereo, mono

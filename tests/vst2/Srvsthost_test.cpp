@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <thread>
 
 #include "platform/Library.h"
@@ -977,6 +978,9 @@ TEST(VstHost, SampleRateAndBlockSizeReachThePlugInFromItsFirstCall) {
   TStereoChain Chain;
   Chain.Wire(Host);
   Chain.Start();
+  EXPECT_EQ(Host.GetSampleRate(), 48000.0) << "the stream brings its rate";
+  Host.SetSampleRate(1000.0);
+  EXPECT_EQ(Host.GetSampleRate(), 48000.0) << "and keeps it while it runs";
   Chain.Send(0, 300);
   Chain.Stop();
   EXPECT_EQ(Probe.Of(qrEntry).size(), 1u);
