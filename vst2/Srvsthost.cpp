@@ -788,6 +788,7 @@ int32_t TSRVSTHost::HandleCallback(PVSTEffect Effect, int32_t Opcode, int32_t In
                                    float Opt) {
   switch (Opcode) {
     case audioMasterAutomate: DoMasterAutomate(Index, static_cast<int32_t>(Value)); return 0;
+    // The only answer read under the component lock: kept as the component always did.
     case audioMasterVersion: return GetHostVstVersion();
     case audioMasterCurrentId: Identify(); return 0;
     case audioMasterIdle: DoMasterIdle(); return 0;
