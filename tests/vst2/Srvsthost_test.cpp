@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <thread>
 
 #include "platform/Library.h"
@@ -617,22 +618,24 @@ TEST(VstHost, FewerInputPinsThanPlugInInputsLeaveTheChannelSilent) {
   ASSERT_TRUE(Opened(Host, Probe.Path));
   Host.SetBufferSize(4);
   Host.GetInputPins().SetCount(1);
-  TTestSource Left(nullptr, 1, 16, 48000);
-  TRecordingSink Sink(nullptr, 2);
-  ASSERT_TRUE(Left.Output.Connect(*Host.GetInputPin(0)));
-  ASSERT_TRUE(Host.GetOutputPin(0)->Connect(*Sink.Inputs[0]));
-  ASSERT_TRUE(Host.GetOutputPin(1)->Connect(*Sink.Inputs[1]));
-  Left.Start();
-  Left.SendRamp(1000, 8);
-  Left.Stop();
+  // On the heap: the thread checker never sees a recursive mutex destroyed,
+  // so locks of earlier tests at the same stack addresses would look like these.
+  auto Left = std::make_unique<TTestSource>(nullptr, 1, 16, 48000);
+  auto Sink = std::make_unique<TRecordingSink>(nullptr, 2);
+  ASSERT_TRUE(Left->Output.Connect(*Host.GetInputPin(0)));
+  ASSERT_TRUE(Host.GetOutputPin(0)->Connect(*Sink->Inputs[0]));
+  ASSERT_TRUE(Host.GetOutputPin(1)->Connect(*Sink->Inputs[1]));
+  Left->Start();
+  Left->SendRamp(1000, 8);
+  Left->Stop();
   const auto Blocks = Probe.Of(qrProcessReplacing);
   ASSERT_EQ(Blocks.size(), 2u);
   for (const auto& B : Blocks) {
     EXPECT_EQ(B.Count, 2) << "both channels are passed";
     EXPECT_EQ(B.Input[1], 0.0) << "the channel without a pin stays silent";
   }
-  EXPECT_EQ(Sink.Samples[0], (std::vector<int32_t>{1000, 1001, 1002, 1003, 1004, 1005, 1006, 1007}));
-  EXPECT_EQ(Sink.Samples[1], std::vector<int32_t>(8, 0));
+  EXPECT_EQ(Sink->Samples[0], (std::vector<int32_t>{1000, 1001, 1002, 1003, 1004, 1005, 1006, 1007}));
+  EXPECT_EQ(Sink->Samples[1], std::vector<int32_t>(8, 0));
 }
 
 TEST(VstHost, SteadyStateBlocksAllocateNothing) {
@@ -974,15 +977,17 @@ TEST(VstHost, SampleRateAndBlockSizeReachThePlugInFromItsFirstCall) {
     EXPECT_EQ(Probe.Call(Host.GetEffect(), audioMasterGetSampleRate), Rate.second) << Rate.first;
   }
 
-  // Processing at the file's rate and block: still the one instance.
-  TStereoChain Chain;
-  Chain.Wire(Host);
-  Chain.Start();
-  EXPECT_EQ(Host.GetSampleRate(), 48000.0) << "the stream brings its rate";
-  Host.SetSampleRate(1000.0);
-  EXPECT_EQ(Host.GetSampleRate(), 48000.0) << "and keeps it while it runs";
-  Chain.Send(0, 300);
-  Chain.Stop();
+  {
+    // Processing at the file's rate and block: still the one instance.
+    TStereoChain Chain;
+    Chain.Wire(Host);
+    Chain.Start();
+    EXPECT_EQ(Host.GetSampleRate(), 48000.0) << "the stream brings its rate";
+    Host.SetSampleRate(1000.0);
+    EXPECT_EQ(Host.GetSampleRate(), 48000.0) << "and keeps it while it runs";
+    Chain.Send(0, 300);
+    Chain.Stop();
+  }
   EXPECT_EQ(Probe.Of(qrEntry).size(), 1u);
   EXPECT_EQ(Probe.Of(qrDispatch, effOpen).size(), 1u);
   EXPECT_EQ(Probe.Of(qrProcessReplacing).size(), 1u);
