@@ -22,12 +22,12 @@ struct THostBlockResult {
 inline bool MeasureHostBlock(benchmark::State& State, const char* PlugIn, const ISRAudioBufferRef (&Blocks)[2],
                              const TSRWaveFormatExtensible& Format, THostBlockResult& Result) {
   TSRVSTHost Host;
-  Host.SetFileName(PlugIn);
-  if (!Host.Open()) {
+  Host.SetSampleRate(Format.Format.nSamplesPerSec);
+  Host.SetBufferSize(Blocks[0]->GetSamples());
+  if (!Host.Open(PlugIn)) {
     State.SkipWithError("the plug-in does not open");
     return false;
   }
-  Host.SetBufferSize(Blocks[0]->GetSamples());
   TPinSource Sources[2];
   // Each keeps what arrives, as a direct call's output arrays do.
   TCopyingSink Sinks[2] = {TCopyingSink(Blocks[0]->GetSize()), TCopyingSink(Blocks[1]->GetSize())};

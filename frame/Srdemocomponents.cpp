@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 
+#include "frame/Srsamples.h"
 #include "platform/Audiofile.h"
 
 namespace Quorvel {
@@ -110,7 +111,7 @@ void TSRGainFilter::InternalOperation(ISRAudioBuffer& InBuffer, ISRAudioBufferRe
   const double Lo = ISRAudioBuffer::MinValue(InBuffer.GetBits()), Hi = ISRAudioBuffer::MaxValue(InBuffer.GetBits());
   for (size_t I = 0; I < InBuffer.GetSamples(); ++I)
     for (unsigned C = 0; C < InBuffer.GetChannels(); ++C)
-      Out->SetSample(I, C, static_cast<int32_t>(std::clamp(std::nearbyint(InBuffer.GetSample(I, C) * Gain), Lo, Hi)));
+      Out->SetSample(I, C, RoundSample(InBuffer.GetSample(I, C) * Gain, Lo, Hi));
   OutBuffer = std::move(Out);
 }
 

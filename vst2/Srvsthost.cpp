@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "frame/Kbloadlibrary.h"
+#include "frame/Srsamples.h"
 #include "platform/Fpu.h"
 #include "platform/Lowmemory.h"
 
@@ -97,14 +98,12 @@ void LoadChannel(const ISRAudioBuffer& Buffer, size_t Samples, double Scale, F* 
   }
 }
 
-// The plug-in's float channel, multiplied by Scale and rounded to the nearest
-// integer (ties to even), saturated to [Lo, Hi]; NaN becomes 0. Answers how
-// many samples were not finite.
+// The plug-in's float channel, multiplied by Scale and rounded by the shared
+// sample rounding; counts the samples that were not finite.
 template <typename F>
 int32_t ToSample(F X, double Scale, double Lo, double Hi, size_t& NonFinite) {
   NonFinite += !std::isfinite(X);
-  const double V = std::nearbyint(static_cast<double>(X) * Scale);
-  return static_cast<int32_t>(V != V ? 0.0 : std::min(Hi, std::max(Lo, V)));
+  return RoundSample(static_cast<double>(X) * Scale, Lo, Hi);
 }
 
 template <unsigned Bits, typename F>
@@ -166,15 +165,20 @@ TPWBasicPin* TSRVSTHost::CreateOutputPin(size_t Index) {
 // ---- library life -------------------------------------------------------------------
 
 std::string TSRVSTHost::GetFileName() const {
-  TLockGuard G(GetLock());
+  std::lock_guard<std::mutex> G(FTextLock);
   return FFileName;
+}
+
+void TSRVSTHost::SetFileNameField(const std::string& Value) {
+  std::lock_guard<std::mutex> G(FTextLock);
+  FFileName = Value;
 }
 
 void TSRVSTHost::SetFileName(const std::string& Value) {
   {
     TLockGuard G(GetLock());
-    if (Value == FFileName) return;
-    FFileName = Value;
+    if (Value == GetFileName()) return;
+    SetFileNameField(Value);
   }
   FileNameChanged();
 }
@@ -196,16 +200,51 @@ bool TSRVSTHost::Open() {
   const bool Result = IntOpen();
   if (Result) {
     VstDispatch(effOpen, 0, 0, nullptr, 0.0f);
+    // A plug-in may settle its channels in effOpen: they are checked again.
+    std::string Message;
+    int32_t Code = 0;
+    if (!CheckChannelCounts(FEffect.load(), Message, Code)) {
+      Close();
+      Error(Message, Code);
+      return false;
+    }
+    // The plug-in knows the rate and block size before anything else.
+    VstDispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(FFormat.GetSampleRate()));
+    VstDispatch(effSetBlockSize, 0, GetBlockSize(), nullptr, 0.0f);
     PopulateParams();
     PopulatePinNames();
     UpdateBypass();
   }
+  ApplyPendingTime();  // what the plug-in's own threads set while the lock was ours
   return Result;
+}
+
+bool TSRVSTHost::Open(const std::string& FileName) {
+  TLockGuard G(GetLock());
+  if (FileName != GetFileName()) {
+    Close();
+    SetFileNameField(FileName);
+  }
+  return Open();
 }
 
 bool TSRVSTHost::IntOpen() {
   if (FModule) return true;
-  return LoadPlugIn(FFileName);
+  return LoadPlugIn(GetFileName());
+}
+
+bool TSRVSTHost::CheckChannelCounts(PVSTEffect Effect, std::string& Message, int32_t& Code) {
+  if (!Effect) return true;
+  // Read once each: the plug-in owns the record and may change it.
+  const int32_t Counts[2] = {Effect->numInputs, Effect->numOutputs};
+  for (int I = 0; I < 2; ++I) {
+    if (Counts[I] >= 0 && Counts[I] <= kMaxPlugInChannels) continue;
+    Message = std::string("Plug-in declares ") + std::to_string(Counts[I]) + (I == 0 ? " inputs" : " outputs") +
+              ", allowed are 0 to " + std::to_string(kMaxPlugInChannels);
+    Code = Counts[I];
+    return false;
+  }
+  return true;
 }
 
 bool TSRVSTHost::LoadPlugIn(const std::string& FileName) {
@@ -244,6 +283,13 @@ bool TSRVSTHost::LoadPlugIn(const std::string& FileName) {
   }
   Effect->User = this;
   FEffect = Effect;
+  std::string Message;
+  int32_t Code = 0;
+  if (!CheckChannelCounts(Effect, Message, Code)) {
+    Close();
+    Error(Message, Code);
+    return false;
+  }
   if (OnLoaded) OnLoaded(this);
   return true;
 }
@@ -252,6 +298,7 @@ void TSRVSTHost::Close() {
   TLockGuard G(GetLock());
   if (!FModule) return;
   VstDispatch(effClose, 0, 0, nullptr, 0.0f);
+  ApplyPendingTime();
   KBFreeLibrary(FModule);
   FModule = nullptr;
   FEffect = nullptr;
@@ -303,24 +350,25 @@ TSRVSTPlugInSuports TSRVSTHost::GetPlugInSuports() {
   }
   for (int M = 10; M < 18; ++M) {
     char Text[64];
-    CopyToPlugIn(kPlugInCanDoTexts[M - 10], Text, sizeof(Text));
+    CopyToPlugIn(kPlugInCanDoTexts[M - 10], Text, sizeof Text);
     if (VstDispatch(effCanDo, 0, 0, Text, 0.0f) == 1) Result.Include(static_cast<TSRVSTPlugInSuportFlag>(M));
   }
   return Result;
 }
 
-// Asks the plug-in for a text into a zeroed buffer larger than it may write.
-std::string TSRVSTHost::GetEffectString(TDispatcherOpcode Opcode, int32_t Index, size_t Room) {
+// Asks the plug-in for a text into a zeroed buffer four times the 64 bytes
+// the interface promises, as plug-ins overrun it.
+std::string TSRVSTHost::GetEffectString(TDispatcherOpcode Opcode, int32_t Index) {
   if (!FEffect.load()) return {};
-  std::vector<char> Text(std::max<size_t>(Room, 256) + 1, '\0');
-  VstDispatch(Opcode, Index, 0, Text.data(), 0.0f);
-  Text.back() = '\0';
-  return std::string(Text.data());
+  char Text[257] = {};
+  VstDispatch(Opcode, Index, 0, Text, 0.0f);
+  Text[sizeof Text - 1] = '\0';
+  return std::string(Text);
 }
 
-std::string TSRVSTHost::GetEffectName() { return GetEffectString(effGetEffectName, 0, 64); }
-std::string TSRVSTHost::GetVendorString() { return GetEffectString(effGetVendorString, 0, 64); }
-std::string TSRVSTHost::GetProductString() { return GetEffectString(effGetProductString, 0, 64); }
+std::string TSRVSTHost::GetEffectName() { return GetEffectString(effGetEffectName, 0); }
+std::string TSRVSTHost::GetVendorString() { return GetEffectString(effGetVendorString, 0); }
+std::string TSRVSTHost::GetProductString() { return GetEffectString(effGetProductString, 0); }
 int32_t TSRVSTHost::GetVendorVersion() { return VstDispatch(effGetVendorVersion); }
 int32_t TSRVSTHost::GetVstVersion() { return VstDispatch(effGetVstVersion); }
 int32_t TSRVSTHost::GetPlugCategory() { return VstDispatch(effGetPlugCategory); }
@@ -334,15 +382,15 @@ int32_t TSRVSTHost::PlugInCanDo(const std::string& Text) {
 
 std::string TSRVSTHost::GetParameterName(int32_t Index) {
   if (Index < 0 || Index >= GetNumParams()) return {};
-  return GetEffectString(effGetParamName, Index, 64);
+  return GetEffectString(effGetParamName, Index);
 }
 std::string TSRVSTHost::GetParameterLabel(int32_t Index) {
   if (Index < 0 || Index >= GetNumParams()) return {};
-  return GetEffectString(effGetParamLabel, Index, 64);
+  return GetEffectString(effGetParamLabel, Index);
 }
 std::string TSRVSTHost::GetParameterDisplay(int32_t Index) {
   if (Index < 0 || Index >= GetNumParams()) return {};
-  return GetEffectString(effGetParamDisplay, Index, 64);
+  return GetEffectString(effGetParamDisplay, Index);
 }
 
 float TSRVSTHost::GetParameter(int32_t Index) {
@@ -371,11 +419,11 @@ void TSRVSTHost::SetProgram(int32_t Index) {
   VstDispatch(effSetProgram, 0, Index);
 }
 
-std::string TSRVSTHost::GetProgramName() { return GetEffectString(effGetProgramName, 0, 64); }
+std::string TSRVSTHost::GetProgramName() { return GetEffectString(effGetProgramName, 0); }
 
 std::string TSRVSTHost::GetProgramNameIndexed(int32_t Index) {
   if (Index < 0 || Index >= GetNumPrograms()) return {};
-  return GetEffectString(effGetProgramNameIndexed, Index, 64);
+  return GetEffectString(effGetProgramNameIndexed, Index);
 }
 
 void TSRVSTHost::PopulateParams() {
@@ -409,7 +457,8 @@ void TSRVSTHost::PopulatePinNames() {
 // Plug-ins that do not claim "bypass" are not sent effSetBypass: some
 // released plug-ins crash on a message they never expected.
 void TSRVSTHost::UpdateBypass() {
-  if (!FEffect.load() || PlugInCanDo("bypass") != 1) return;
+  FPlugInBypasses = FEffect.load() && PlugInCanDo("bypass") == 1;
+  if (!FPlugInBypasses) return;
   VstDispatch(effSetBypass, 0, FBypass ? 1 : 0, nullptr, 0.0f);
 }
 
@@ -425,51 +474,87 @@ void TSRVSTHost::UpdatePanLawType() {
 
 // ---- properties -----------------------------------------------------------------------
 
-#define QV_PROPERTY(Type, Name, Field)          \
-  Type TSRVSTHost::Get##Name() const {          \
-    TLockGuard G(GetLock());                    \
-    return Field;                               \
-  }                                             \
-  void TSRVSTHost::Set##Name(Type Value) {      \
-    TLockGuard G(GetLock());                    \
-    Field = Value;                              \
+// Setters take the component lock as every setter does; the values are
+// atomic so that the host callback reads them without it.
+#define QV_ATOMIC_PROPERTY(Type, Name, Field)            \
+  Type TSRVSTHost::Get##Name() const { return Field.load(); } \
+  void TSRVSTHost::Set##Name(Type Value) {               \
+    TLockGuard G(GetLock());                             \
+    Field.store(Value);                                  \
   }
-QV_PROPERTY(int32_t, HostVstVersion, FHostVstVersion)
-QV_PROPERTY(int32_t, HostVendorVersion, FHostVendorVersion)
-QV_PROPERTY(TSRVSTHostLanguage, HostLanguage, FHostLanguage)
-QV_PROPERTY(TSRVSTHostSupports, HostSuports, FHostSuports)
-QV_PROPERTY(float, HostTempo, FHostTempo)
-QV_PROPERTY(int32_t, NumberAutomatable, FNumberAutomatable)
-QV_PROPERTY(bool, AutoIdle, FAutoIdle)
-QV_PROPERTY(int32_t, InputLatency, FInputLatency)
-QV_PROPERTY(int32_t, OutputLatency, FOutputLatency)
-QV_PROPERTY(TSRVSTPrecision, Precision, FPrecision)
-#undef QV_PROPERTY
+QV_ATOMIC_PROPERTY(int32_t, HostVendorVersion, FHostVendorVersion)
+QV_ATOMIC_PROPERTY(TSRVSTHostLanguage, HostLanguage, FHostLanguage)
+QV_ATOMIC_PROPERTY(float, HostTempo, FHostTempo)
+QV_ATOMIC_PROPERTY(int32_t, NumberAutomatable, FNumberAutomatable)
+QV_ATOMIC_PROPERTY(bool, AutoIdle, FAutoIdle)
+QV_ATOMIC_PROPERTY(int32_t, InputLatency, FInputLatency)
+QV_ATOMIC_PROPERTY(int32_t, OutputLatency, FOutputLatency)
+#undef QV_ATOMIC_PROPERTY
+
+int32_t TSRVSTHost::GetHostVstVersion() const {
+  TLockGuard G(GetLock());
+  return FHostVstVersion;
+}
+void TSRVSTHost::SetHostVstVersion(int32_t Value) {
+  TLockGuard G(GetLock());
+  FHostVstVersion = Value;
+}
+
+TSRVSTHostSupports TSRVSTHost::GetHostSuports() const { return TSRVSTHostSupports::FromMask(FHostSuports.load()); }
+void TSRVSTHost::SetHostSuports(TSRVSTHostSupports Value) {
+  TLockGuard G(GetLock());
+  FHostSuports.store(Value.Mask());
+}
+
+TSRVSTPrecision TSRVSTHost::GetPrecision() const {
+  TLockGuard G(GetLock());
+  return FPrecision;
+}
+void TSRVSTHost::SetPrecision(TSRVSTPrecision Value) {
+  TLockGuard G(GetLock());
+  FPrecision = Value;
+}
 
 std::string TSRVSTHost::GetHostVendorString() const {
-  TLockGuard G(GetLock());
+  std::lock_guard<std::mutex> G(FTextLock);
   return FHostVendorString;
 }
 void TSRVSTHost::SetHostVendorString(const std::string& Value) {
   TLockGuard G(GetLock());
+  std::lock_guard<std::mutex> T(FTextLock);
   FHostVendorString = Value;
 }
 std::string TSRVSTHost::GetHostProductString() const {
-  TLockGuard G(GetLock());
+  std::lock_guard<std::mutex> G(FTextLock);
   return FHostProductString;
 }
 void TSRVSTHost::SetHostProductString(const std::string& Value) {
   TLockGuard G(GetLock());
+  std::lock_guard<std::mutex> T(FTextLock);
   FHostProductString = Value;
 }
 
-int32_t TSRVSTHost::GetParameterQuantization(int32_t) const {
+void TSRVSTHost::SetSampleRate(double Value) {
+  if (!(Value > 0.0) || !std::isfinite(Value)) return;
   TLockGuard G(GetLock());
-  return FParameterQuantization;
+  if (IsStreaming()) return;  // the running stream's format stays as it came
+  FFormat.SetSampleRate(Value);
+  FVstTimeInfo->SampleRate = Value;
+  VstDispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(Value));
 }
+double TSRVSTHost::GetSampleRate() const { return FFormat.GetSampleRate(); }
+
+void TSRVSTHost::SetBufferSize(size_t Value) {
+  TLockGuard G(GetLock());
+  TSRBasicMultiInput::SetBufferSize(std::min<size_t>(Value, INT32_MAX));
+  FBlockSize.store(static_cast<int32_t>(TSRBasicMultiInput::GetBufferSize()));
+  if (!IsStreaming()) VstDispatch(effSetBlockSize, 0, GetBlockSize(), nullptr, 0.0f);
+}
+
+int32_t TSRVSTHost::GetParameterQuantization(int32_t) const { return FParameterQuantization.load(); }
 void TSRVSTHost::SetParameterQuantization(int32_t Value) {
   TLockGuard G(GetLock());
-  FParameterQuantization = Value;
+  FParameterQuantization.store(Value);
 }
 
 TSRVSTPanLawType TSRVSTHost::GetPanLawType() const {
@@ -495,17 +580,11 @@ void TSRVSTHost::SetBypass(bool Value) {
 
 bool TSRVSTHost::GetDoublePrecision() const {
   TLockGuard G(GetLock());
-  return FDoublePrecision;
+  return FStream.Double;
 }
 
-double TSRVSTHost::GetOutputSampleRate() const {
-  TLockGuard G(GetLock());
-  return FOutputSampleRate;
-}
-void TSRVSTHost::SetOutputSampleRate(float Value) {
-  TLockGuard G(GetLock());
-  FOutputSampleRate = Value;
-}
+double TSRVSTHost::GetOutputSampleRate() const { return FOutputSampleRate.load(); }
+void TSRVSTHost::SetOutputSampleRate(float Value) { FOutputSampleRate.store(Value); }
 
 bool TSRVSTHost::GetWantsMidi() const { return FWantMidi.load(); }
 
@@ -522,10 +601,17 @@ int32_t TSRVSTHost::GetTempoAnswer() const {
 }
 
 bool TSRVSTHost::GetIsPinConnected(int32_t Index, bool Input) {
+  // The pin lists share the component lock: asked only when it is free (or
+  // ours), so that a plug-in's own thread never waits for it; else false.
+  if (!GetLock().TryEnter()) return false;
   TPWPinList& Pins = Input ? GetInputPins() : GetOutputPins();
-  if (Index < 0 || static_cast<size_t>(Index) >= Pins.Count()) return false;
-  TPWBasicPin* Pin = Pins.Get(static_cast<size_t>(Index));
-  return Pin && Pin->IsConnected();
+  bool Connected = false;
+  if (Index >= 0 && static_cast<size_t>(Index) < Pins.CountLocked()) {
+    TPWBasicPin* Pin = Pins.GetLocked(static_cast<size_t>(Index));
+    Connected = Pin && Pin->IsConnected();
+  }
+  GetLock().Leave();
+  return Connected;
 }
 
 std::string TSRVSTHost::GetMasterGetDirectory() const {
@@ -535,28 +621,67 @@ std::string TSRVSTHost::GetMasterGetDirectory() const {
 }
 
 void TSRVSTHost::SetTimeInfo(TVstTimeInfoFlags Flags, const TVstTimeInfo* Info) {
-  TLockGuard G(GetLock());
-  using F = TVstTimeInfoFlag;
-  if (Info) {
-    if (Flags.Contains(F::kVstNanosValid)) FVstTimeInfo->NanoSeconds = Info->NanoSeconds;
-    if (Flags.Contains(F::kVstPpqPosValid)) FVstTimeInfo->ppqPos = Info->ppqPos;
-    if (Flags.Contains(F::kVstTempoValid)) FVstTimeInfo->Tempo = Info->Tempo;
-    if (Flags.Contains(F::kVstBarsValid)) FVstTimeInfo->BarStartPos = Info->BarStartPos;
-    if (Flags.Contains(F::kVstCyclePosValid)) {
-      FVstTimeInfo->CycleStartPos = Info->CycleStartPos;
-      FVstTimeInfo->CycleEndPos = Info->CycleEndPos;
+  {
+    std::lock_guard<std::mutex> G(FTimeLock);
+    if (Info) {
+      FPendingTime.Fields |= Flags.Mask();
+      using F = TVstTimeInfoFlag;
+      TVstTimeInfo& P = FPendingTime.Info;
+      if (Flags.Contains(F::kVstNanosValid)) P.NanoSeconds = Info->NanoSeconds;
+      if (Flags.Contains(F::kVstPpqPosValid)) P.ppqPos = Info->ppqPos;
+      if (Flags.Contains(F::kVstTempoValid)) P.Tempo = Info->Tempo;
+      if (Flags.Contains(F::kVstBarsValid)) P.BarStartPos = Info->BarStartPos;
+      if (Flags.Contains(F::kVstCyclePosValid)) {
+        P.CycleStartPos = Info->CycleStartPos;
+        P.CycleEndPos = Info->CycleEndPos;
+      }
+      if (Flags.Contains(F::kVstTimeSigValid)) {
+        P.TimeSigNumerator = Info->TimeSigNumerator;
+        P.TimeSigDenominator = Info->TimeSigDenominator;
+      }
+      if (Flags.Contains(F::kVstSmpteValid)) {
+        P.SmpteOffset = Info->SmpteOffset;
+        P.SmpteFrameRate = Info->SmpteFrameRate;
+      }
+      if (Flags.Contains(F::kVstClockValid)) P.SamplesToNextClock = Info->SamplesToNextClock;
     }
-    if (Flags.Contains(F::kVstTimeSigValid)) {
-      FVstTimeInfo->TimeSigNumerator = Info->TimeSigNumerator;
-      FVstTimeInfo->TimeSigDenominator = Info->TimeSigDenominator;
-    }
-    if (Flags.Contains(F::kVstSmpteValid)) {
-      FVstTimeInfo->SmpteOffset = Info->SmpteOffset;
-      FVstTimeInfo->SmpteFrameRate = Info->SmpteFrameRate;
-    }
-    if (Flags.Contains(F::kVstClockValid)) FVstTimeInfo->SamplesToNextClock = Info->SamplesToNextClock;
+    FPendingTime.Flags = Flags;
+    FTimePending.store(true, std::memory_order_release);
   }
-  FVstTimeInfo->Flags = Flags;
+  if (GetLock().TryEnter()) {
+    ApplyPendingTime();
+    GetLock().Leave();
+  }
+}
+
+void TSRVSTHost::ApplyPendingTime() {
+  if (!FTimePending.load(std::memory_order_acquire)) return;
+  std::unique_lock<std::mutex> G(FTimeLock, std::try_to_lock);
+  if (!G.owns_lock()) return;
+  using F = TVstTimeInfoFlag;
+  const TVstTimeInfoFlags Fields = TVstTimeInfoFlags::FromMask(FPendingTime.Fields);
+  const TVstTimeInfo& P = FPendingTime.Info;
+  TVstTimeInfo& T = *FVstTimeInfo;
+  if (Fields.Contains(F::kVstNanosValid)) T.NanoSeconds = P.NanoSeconds;
+  if (Fields.Contains(F::kVstPpqPosValid)) T.ppqPos = P.ppqPos;
+  if (Fields.Contains(F::kVstTempoValid)) T.Tempo = P.Tempo;
+  if (Fields.Contains(F::kVstBarsValid)) T.BarStartPos = P.BarStartPos;
+  if (Fields.Contains(F::kVstCyclePosValid)) {
+    T.CycleStartPos = P.CycleStartPos;
+    T.CycleEndPos = P.CycleEndPos;
+  }
+  if (Fields.Contains(F::kVstTimeSigValid)) {
+    T.TimeSigNumerator = P.TimeSigNumerator;
+    T.TimeSigDenominator = P.TimeSigDenominator;
+  }
+  if (Fields.Contains(F::kVstSmpteValid)) {
+    T.SmpteOffset = P.SmpteOffset;
+    T.SmpteFrameRate = P.SmpteFrameRate;
+  }
+  if (Fields.Contains(F::kVstClockValid)) T.SamplesToNextClock = P.SamplesToNextClock;
+  T.Flags = FPendingTime.Flags;
+  FPendingTime.Fields = 0;
+  FTimePending.store(false, std::memory_order_relaxed);
 }
 
 // ---- power, idle, events ----------------------------------------------------------------
@@ -566,24 +691,43 @@ void TSRVSTHost::Resume() { VstDispatch(effMainsChanged, 0, 1, nullptr, 0.0f); }
 void TSRVSTHost::Suspend() { VstDispatch(effMainsChanged, 0, 1, nullptr, 0.0f); }
 
 void TSRVSTHost::Idle() {
-  // Editors are idled while one is open; without an editor window there is
-  // nothing to idle.
+  // A plug-in that asks for idle again from inside its idle call would never end.
+  if (FIdling.exchange(true)) return;
+  VstDispatch(effIdle, 0, 0, nullptr, 0.0f);
+  FIdling.store(false);
+}
+
+void TSRVSTHost::ResumeStream() {
+  Resume();
+  FStream.MainsOn = true;
+}
+
+void TSRVSTHost::EnabledChanged() {
+  // Enabled mid-stream: the plug-in is powered on before it processes.
+  TLockGuard G(GetLock());
+  if (GetEnabled() && IsStreaming() && !FStream.MainsOn) ResumeStream();
 }
 
 int32_t TSRVSTHost::ProcessEvents(const TVstEvents& Events) {
   return VstDispatch(effProcessEvents, 0, 0, const_cast<TVstEvents*>(&Events), 0.0f);
 }
 
-void TSRVSTHost::DoMasterIdle() { Idle(); }
+// Without an editor window there is no editor to idle.
+void TSRVSTHost::DoMasterIdle() {}
 void TSRVSTHost::DoWantMidi() { FWantMidi = true; }
 
 void TSRVSTHost::DoIOChanged(PVSTEffect Effect) {
-  // The new shape takes effect on the pins now when no stream runs, else at
-  // the next stream start; the running stream keeps the channel arrays it
-  // was started with.
-  if (!IsStreaming()) {
-    TLockGuard G(GetLock());
-    PopulatePinNames();
+  // Counts out of range are reported and change nothing. Otherwise the pins
+  // follow now when no stream runs and the lock is free (Open re-reads them
+  // itself after effOpen); a running stream keeps its channel arrays, with
+  // stand-ins for added channels, until the next stream start.
+  std::string Message;
+  int32_t Code = 0;
+  if (!CheckChannelCounts(FEffect.load(), Message, Code)) {
+    Warning(Message, Code);
+  } else if (!IsStreaming() && GetLock().TryEnter()) {
+    if (!IsStreaming()) PopulatePinNames();
+    GetLock().Leave();
   }
   if (OnIOChanged) OnIOChanged(this);
 }
@@ -644,6 +788,7 @@ int32_t TSRVSTHost::HandleCallback(PVSTEffect Effect, int32_t Opcode, int32_t In
                                    float Opt) {
   switch (Opcode) {
     case audioMasterAutomate: DoMasterAutomate(Index, static_cast<int32_t>(Value)); return 0;
+    // The only answer read under the component lock: kept as the component always did.
     case audioMasterVersion: return GetHostVstVersion();
     case audioMasterCurrentId: Identify(); return 0;
     case audioMasterIdle: DoMasterIdle(); return 0;
@@ -662,7 +807,7 @@ int32_t TSRVSTHost::HandleCallback(PVSTEffect Effect, int32_t Opcode, int32_t In
     case audioMasterIOChanged: DoIOChanged(Effect); return 0;
     case audioMasterNeedIdle: DoNeedIdle(); return 0;
     case audioMasterSizeWindow: DoSizeWindow(Index, static_cast<int32_t>(Value)); return 0;
-    case audioMasterGetSampleRate: return static_cast<int32_t>(std::lround(FFormat.GetSampleRate()));
+    case audioMasterGetSampleRate: return static_cast<int32_t>(std::lround(GetSampleRate()));
     case audioMasterGetBlockSize: return GetBlockSize();
     case audioMasterGetInputLatency: return GetInputLatency();
     case audioMasterGetOutputLatency: return GetOutputLatency();
@@ -694,31 +839,39 @@ int32_t TSRVSTHost::HandleCallback(PVSTEffect Effect, int32_t Opcode, int32_t In
 
 void TSRVSTHost::StreamStarted() {
   Open();
+  FBlockSize.store(static_cast<int32_t>(std::min<size_t>(TSRBasicMultiInput::GetBufferSize(), INT32_MAX)));
   const size_t B = static_cast<size_t>(std::max(GetBlockSize(), 1));
   PVSTEffect E = FEffect.load();
-  const size_t NumIn = E ? static_cast<size_t>(std::max(E->numInputs, 0)) : 0;
-  const size_t NumOut = E ? static_cast<size_t>(std::max(E->numOutputs, 0)) : 0;
-  FStreamBlock = B;
-  FInBlocks.assign(NumIn, {});
-  FOutBlocks.assign(NumOut, {});
-  FInAddrs.assign(NumIn, nullptr);
-  FOutAddrs.assign(NumOut, nullptr);
+  TStreamState& S = FStream;
+  std::string Message;
+  int32_t Code = 0;
+  S.Usable = E && CheckChannelCounts(E, Message, Code);
+  if (E && !S.Usable) Warning(Message, Code);  // counts changed since open: nothing is processed
+  S.Inputs = S.Usable ? static_cast<size_t>(E->numInputs) : 0;
+  S.Outputs = S.Usable ? static_cast<size_t>(E->numOutputs) : 0;
+  S.Block = B;
+  S.MainsOn = false;
+  S.InBlocks.assign(S.Inputs, {});
+  S.OutBlocks.assign(S.Outputs, {});
   FWorkBuffer = TSRAudioBuffer::Create(1, B, FFormat.GetBits(), FFormat.GetSampleRate());
-  for (size_t I = 0; I < NumIn; ++I) {
-    FInBlocks[I] = TWBBlockBuffer::Create(B * 8, 0);
-    FInAddrs[I] = FInBlocks[I]->GetData();
-  }
-  for (size_t I = 0; I < NumOut; ++I) {
-    FOutBlocks[I] = TWBBlockBuffer::Create(B * 8, 0);
-    FOutAddrs[I] = FOutBlocks[I]->GetData();
-  }
-  FDoublePrecision = false;
+  for (auto& Block : S.InBlocks) Block = TWBBlockBuffer::Create(B * 8, 0);
+  for (auto& Block : S.OutBlocks) Block = TWBBlockBuffer::Create(B * 8, 0);
+  S.Silence = TWBBlockBuffer::Create(B * 8, 0);
+  S.Discard = TWBBlockBuffer::Create(B * 8, 0);
+  // Every entry the plug-in may index holds a block: its own channels, then
+  // the stand-ins for channels it may declare before the next start.
+  S.InAddrs.assign(kMaxPlugInChannels, S.Silence->GetData());
+  S.OutAddrs.assign(kMaxPlugInChannels, S.Discard->GetData());
+  for (size_t I = 0; I < S.Inputs; ++I) S.InAddrs[I] = S.InBlocks[I]->GetData();
+  for (size_t I = 0; I < S.Outputs; ++I) S.OutAddrs[I] = S.OutBlocks[I]->GetData();
+  S.Double = false;
   if (FPrecision == TSRVSTPrecision::vstp32) {
     VstDispatch(effSetProcessPrecision, 0, pp32, nullptr, 0.0f);
   } else if (GetEffectFlags().Contains(TEffFlag::effFlagsCanDoubleReplacing)) {
-    FDoublePrecision = VstDispatch(effSetProcessPrecision, 0, pp64, nullptr, 0.0f) != 0;
+    S.Double = VstDispatch(effSetProcessPrecision, 0, pp64, nullptr, 0.0f) != 0;
   }
   UpdatePanLawType();
+  ApplyPendingTime();
   const double Rate = FFormat.GetSampleRate();
   {
     // A fresh transport: playing from sample 0 at the host's tempo.
@@ -726,14 +879,14 @@ void TSRVSTHost::StreamStarted() {
     FVstTimeInfo->SampleRate = Rate;
     FVstTimeInfo->SamplePos = 0.0;
     FVstTimeInfo->ppqPos = 0.0;
-    FVstTimeInfo->Tempo = FHostTempo;
+    FVstTimeInfo->Tempo = GetHostTempo();
     FVstTimeInfo->Flags = TVstTimeInfoFlags{F::kVstTransportChanged, F::kVstTransportPlaying, F::kVstPpqPosValid,
                                             F::kVstTempoValid, F::kVstTimeSigValid};
   }
   VstDispatch(effSetSampleRate, 0, 0, nullptr, static_cast<float>(Rate));
   VstDispatch(effSetBlockSize, 0, static_cast<int32_t>(B), nullptr, 0.0f);
   VstDispatch(effSetBlockSizeAndSampleRate, 0, static_cast<int32_t>(B), nullptr, static_cast<float>(Rate));
-  if (GetEnabled()) Resume();
+  if (GetEnabled()) ResumeStream();
 }
 
 void TSRVSTHost::IntStop() {
@@ -744,56 +897,74 @@ void TSRVSTHost::IntStop() {
   FVstTimeInfo->Flags.Include(TVstTimeInfoFlag::kVstTransportChanged);
 }
 
+void TSRVSTHost::PassThrough() {
+  for (size_t I = 0, N = std::min(GetInputPins().CountLocked(), GetOutputPins().CountLocked()); I < N; ++I) {
+    InputAt(I)->StretchLoadBuffer(*FWorkBuffer);
+    OutputAt(I)->SubmitBuffer(FWorkBuffer);
+  }
+}
+
 void TSRVSTHost::CalculateSendOutput() {
   const size_t Samples = GetCurrentBlockSize();
   if (!FWorkBuffer || !FWorkBuffer->SetSampleCount(Samples)) return;
-  const size_t InPins = GetInputPins().CountLocked(), OutPins = GetOutputPins().CountLocked();
-  if (!GetEnabled()) {
-    for (size_t I = 0, N = std::min(InPins, OutPins); I < N; ++I) {
-      InputAt(I)->StretchLoadBuffer(*FWorkBuffer);
-      OutputAt(I)->SubmitBuffer(FWorkBuffer);
-    }
+  ApplyPendingTime();
+  // Disabled, or bypassed with a plug-in that does not bypass itself: the
+  // host passes the audio through.
+  if (!GetEnabled() || (FBypass && !FPlugInBypasses)) {
+    PassThrough();
     return;
   }
-  ProcessBlock(std::min(Samples, FStreamBlock));
+  // Enabled since the stream started, before the enabling thread could say so.
+  if (!FStream.MainsOn) ResumeStream();
+  ProcessBlock(std::min(Samples, FStream.Block));
 }
 
 void TSRVSTHost::ProcessBlock(size_t Samples) {
   PVSTEffect E = FEffect.load();
+  TStreamState& S = FStream;
   const size_t InPins = GetInputPins().CountLocked(), OutPins = GetOutputPins().CountLocked();
   const unsigned Bits = FWorkBuffer->GetBits();
-  // 2^bits: a full-scale sample reaches the plug-in as +-0.5, as the
-  // component has always scaled it.
+  // 2^bits: a full-scale sample reaches the plug-in as +-0.5, kept as the
+  // component always scaled it.
   const double Scale = static_cast<double>(int64_t(2) << (Bits - 1));
-  const bool Double = FDoublePrecision;
-  for (size_t I = 0, N = std::min(InPins, FInAddrs.size()); I < N; ++I) {
+  const bool Double = S.Double;
+  for (size_t I = 0, N = std::min(InPins, S.Inputs); I < N; ++I) {
     InputAt(I)->StretchLoadBuffer(*FWorkBuffer);
     if (Double)
-      LoadChannel(*FWorkBuffer, Samples, Scale, static_cast<double*>(FInAddrs[I]));
+      LoadChannel(*FWorkBuffer, Samples, Scale, static_cast<double*>(S.InAddrs[I]));
     else
-      LoadChannel(*FWorkBuffer, Samples, Scale, static_cast<float*>(FInAddrs[I]));
+      LoadChannel(*FWorkBuffer, Samples, Scale, static_cast<float*>(S.InAddrs[I]));
   }
-  if (E) {
+  // Channels declared since the start: the plug-in gets a pointer for each,
+  // as long as there are no more than the arrays hold.
+  const int32_t DeclaredIn = E ? E->numInputs : 0, DeclaredOut = E ? E->numOutputs : 0;
+  const bool Fits = S.Usable && DeclaredIn >= 0 && DeclaredIn <= kMaxPlugInChannels && DeclaredOut >= 0 &&
+                    DeclaredOut <= kMaxPlugInChannels;
+  if (Fits && static_cast<size_t>(DeclaredIn) > S.Inputs) std::memset(S.Silence->GetData(), 0, S.Silence->GetSize());
+  if (E && Fits) {
     const int32_t Frames = static_cast<int32_t>(Samples);
-    auto** Ins = reinterpret_cast<PPSingle>(FInAddrs.data());
-    auto** Outs = reinterpret_cast<PPSingle>(FOutAddrs.data());
+    auto** Ins = reinterpret_cast<PPSingle>(S.InAddrs.data());
+    auto** Outs = reinterpret_cast<PPSingle>(S.OutAddrs.data());
     Platform::ResetFloatingPointControlWord();
     if (E->EffectFlags.Contains(TEffFlag::effFlagsCanReplacing) && E->ProcessReplacing) {
       E->ProcessReplacing(E, Ins, Outs, Frames);
     } else if (E->Process) {
-      for (auto& Block : FOutBlocks) std::memset(Block->GetData(), 0, Block->GetSize());
+      for (auto& Block : S.OutBlocks) std::memset(Block->GetData(), 0, Block->GetSize());
+      std::memset(S.Discard->GetData(), 0, S.Discard->GetSize());
       E->Process(E, Ins, Outs, Frames);
     }
+  } else {
+    for (auto& Block : S.OutBlocks) std::memset(Block->GetData(), 0, Block->GetSize());
   }
   // Advance the transport past this block.
   FVstTimeInfo->SamplePos += static_cast<double>(Samples);
   if (FVstTimeInfo->SampleRate > 0.0)
     FVstTimeInfo->ppqPos = FVstTimeInfo->SamplePos / FVstTimeInfo->SampleRate * FVstTimeInfo->Tempo / 60.0;
   FVstTimeInfo->Flags.Exclude(TVstTimeInfoFlag::kVstTransportChanged);
-  for (size_t I = 0, N = std::min(OutPins, FOutAddrs.size()); I < N; ++I) {
+  for (size_t I = 0, N = std::min(OutPins, S.Outputs); I < N; ++I) {
     const size_t NonFinite =
-        Double ? StoreChannel(static_cast<const double*>(FOutAddrs[I]), Samples, Scale, *FWorkBuffer)
-               : StoreChannel(static_cast<const float*>(FOutAddrs[I]), Samples, Scale, *FWorkBuffer);
+        Double ? StoreChannel(static_cast<const double*>(S.OutAddrs[I]), Samples, Scale, *FWorkBuffer)
+               : StoreChannel(static_cast<const float*>(S.OutAddrs[I]), Samples, Scale, *FWorkBuffer);
     if (NonFinite) FNonFinite.fetch_add(NonFinite, std::memory_order_relaxed);
     OutputAt(I)->SubmitBuffer(FWorkBuffer);
   }

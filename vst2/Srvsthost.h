@@ -6,10 +6,30 @@
 // Threads: properties, Open/Close and the dispatch helpers are called on the
 // main thread; audio arrives on whatever thread drives the input pins and is
 // processed there, one block at a time under the component lock. The plug-in
-// may call back on any thread.
+// may call back on any thread: the callback never waits for the component
+// lock (only audioMasterVersion reads under it), so a plug-in may call back
+// from a thread of its own while the host holds the lock and waits for the
+// plug-in. The values it answers are published atomically; the host's texts
+// sit behind a small lock that is never held across a call into the plug-in.
+//
+// A stream through the host:
+//  1. Stream start: Open; the channel arrays are sized to the plug-in's
+//     declared counts at that moment (checked, at most kMaxPlugInChannels);
+//     precision, pan law, sample rate and block size are sent; when enabled,
+//     effMainsChanged(1).
+//  2. Each block: when disabled, or bypassed with a plug-in that does not
+//     bypass itself, inputs pass to outputs unchanged; otherwise the plug-in
+//     processes. Enabling mid-stream sends effMainsChanged(1) before the next
+//     processed block. A plug-in that declares more channels mid-stream
+//     (audioMasterIOChanged) gets stand-in channels for the new ones until
+//     the next stream start.
+//  3. Stream stop: the transport stops; the arrays stay until the next start.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -51,6 +71,10 @@ enum class TSRVSTPanLawType { vstkCurrent, vstkLinearPanLaw, vstkEqualPowerPanLa
 // The capability names GetMasterCanDo compares with, in flag order.
 extern const char* const kHostCanDoNames[18];
 
+// The most input or output channels a plug-in may declare. Counts outside
+// 0..kMaxPlugInChannels are refused when the plug-in is loaded or opened.
+constexpr int32_t kMaxPlugInChannels = 4096;
+
 class TSRVSTHost;
 using TSRVSTEditEvent = std::function<void(TSRVSTHost* Sender, int32_t Index, bool& Handled)>;
 using TSRVSTEventsEvent = std::function<void(TSRVSTHost* Sender, const TVstEvents& Events)>;
@@ -68,6 +92,10 @@ class TSRVSTHost : public TSRBasicMultiInput {
   void SetFileName(const std::string& Value);
   // Loads (when needed) and opens the plug-in; true when it is open.
   bool Open();
+  // Opens the plug-in at FileName with a single load and a single effOpen:
+  // the host closes a different plug-in first, takes the name without the
+  // re-read that SetFileName makes, and opens. True when it is open.
+  bool Open(const std::string& FileName);
   // Sends effClose and unloads; safe when nothing is loaded.
   void Close();
   bool LoadPlugIn(const std::string& FileName);
@@ -135,6 +163,7 @@ class TSRVSTHost : public TSRBasicMultiInput {
   void SetNumberAutomatable(int32_t Value);
   int32_t GetParameterQuantization(int32_t Value = 0) const;
   void SetParameterQuantization(int32_t Value);
+  // When set, audioMasterNeedIdle gives the plug-in its idle call (Idle) at once.
   bool GetAutoIdle() const;
   void SetAutoIdle(bool Value);
   int32_t GetInputLatency() const;
@@ -151,8 +180,19 @@ class TSRVSTHost : public TSRBasicMultiInput {
   void SetPanLawType(TSRVSTPanLawType Value);
   bool GetBypass() const;
   void SetBypass(bool Value);
-  // The block size the plug-in is told (the frame's buffer size).
-  int32_t GetBlockSize() const { return static_cast<int32_t>(GetBufferSize()); }
+  // [main thread] The sample rate of the component's audio format until a
+  // stream brings its own: what audioMasterGetSampleRate answers and what
+  // is sent at open, so set it before Open to have the plug-in see it from
+  // its first call. Ignored while a stream runs and for values that are not
+  // positive and finite. An open plug-in is told at once (effSetSampleRate).
+  void SetSampleRate(double Value);
+  double GetSampleRate() const;        // [any thread]
+  // [main thread] Samples per block (the frame's buffer size), answered to
+  // audioMasterGetBlockSize and sent at open and at stream start. An open
+  // plug-in is told at once (effSetBlockSize) while no stream runs.
+  void SetBufferSize(size_t Value);
+  // [any thread] The block size the plug-in is told.
+  int32_t GetBlockSize() const { return FBlockSize.load(std::memory_order_relaxed); }
   // [any thread] Output samples that were NaN or infinite (sent as 0 or full scale).
   uint64_t GetNonFiniteCount() const { return FNonFinite.load(std::memory_order_relaxed); }
   // Set at stream start when the plug-in accepted 64-bit processing.
@@ -160,21 +200,24 @@ class TSRVSTHost : public TSRBasicMultiInput {
   // Both send effMainsChanged with value 1.
   void Resume();
   void Suspend();
-  // Idles the plug-in's editor, when one is open.
+  // Gives the plug-in its idle call (effIdle), as plug-ins that ask with
+  // audioMasterNeedIdle expect; a call made from inside it is ignored.
   void Idle();
   // [audio thread, before the block] MIDI and other events for the next block.
   int32_t ProcessEvents(const TVstEvents& Events);
 
   // The host's time record. The plug-in reads it through audioMasterGetTime.
   PVstTimeInfo GetVstTimeInfoPtr() const { return FVstTimeInfo; }
-  // Copies the fields of Info named by Flags into the time record
-  // (the transport and validity flags are replaced by Flags).
+  // [any thread] Copies the fields of Info named by Flags into the time
+  // record (the transport and validity flags are replaced by Flags): at once
+  // when the component lock is free or held by the caller, else before the
+  // next block.
   void SetTimeInfo(TVstTimeInfoFlags Flags, const TVstTimeInfo* Info);
   double GetOutputSampleRate() const;  // what the plug-in asked for with audioMasterSetOutputSampleRate
   bool GetWantsMidi() const;           // the plug-in called audioMasterWantMidi
   // Whether pin Index (input when Input) is connected.
   bool GetIsPinConnected(int32_t Index, bool Input);
-  // The folder of the loaded library.
+  // [any thread] The folder of the loaded library.
   std::string GetMasterGetDirectory() const;
 
   // ---- events ----
@@ -197,6 +240,7 @@ class TSRVSTHost : public TSRBasicMultiInput {
   void StreamStarted() override;
   void CalculateSendOutput() override;
   void IntStop() override;
+  void EnabledChanged() override;
   TPWBasicPin* CreateInputPin(size_t Index) override;
   TPWBasicPin* CreateOutputPin(size_t Index) override;
 
@@ -227,40 +271,78 @@ class TSRVSTHost : public TSRBasicMultiInput {
   int32_t GetTempoAnswer() const;
 
  private:
-  std::string GetEffectString(TDispatcherOpcode Opcode, int32_t Index, size_t Room);
+  std::string GetEffectString(TDispatcherOpcode Opcode, int32_t Index);
   void ProcessBlock(size_t Samples);
+  void PassThrough();
+  // The plug-in's declared channel counts, checked at full width; false with
+  // the report's text and code when either is out of range.
+  static bool CheckChannelCounts(PVSTEffect Effect, std::string& Message, int32_t& Code);
+  // [holding the lock] effMainsChanged(1) once per stream.
+  void ResumeStream();
+  // [holding the lock] Copies a time update that arrived while the lock was
+  // busy; never waits.
+  void ApplyPendingTime();
+  void SetFileNameField(const std::string& Value);
 
+  // FFileName is written under both the component lock and FTextLock and
+  // read under either; FTextLock also guards the host's texts. It is never
+  // held across a call into the plug-in.
+  mutable std::mutex FTextLock;
   std::string FFileName;
+  std::string FHostVendorString = "Quorvel";
+  std::string FHostProductString = "Quorvel VST Host";
   Platform::TModuleHandle FModule = nullptr;
   TMainProc FEntry = nullptr;
   std::atomic<PVSTEffect> FEffect{nullptr};
 
-  int32_t FHostVstVersion = 2400;
-  std::string FHostVendorString = "Quorvel";
-  std::string FHostProductString = "Quorvel VST Host";
-  int32_t FHostVendorVersion = 1;
-  TSRVSTHostLanguage FHostLanguage = TSRVSTHostLanguage::vstlLangEnglish;
-  TSRVSTHostSupports FHostSuports = TSRVSTHostSupports::FromMask(kDefaultHostSupportsMask);
-  float FHostTempo = 120.0f;
-  int32_t FNumberAutomatable = 0;
-  int32_t FParameterQuantization = 0;
-  bool FAutoIdle = false;
-  int32_t FInputLatency = 0;
-  int32_t FOutputLatency = 0;
-  float FOutputSampleRate = 0.0f;
+  // Answers of the host callback, published atomically.
+  int32_t FHostVstVersion = 2400;  // read under the component lock
+  std::atomic<int32_t> FHostVendorVersion{1};
+  std::atomic<TSRVSTHostLanguage> FHostLanguage{TSRVSTHostLanguage::vstlLangEnglish};
+  std::atomic<uint32_t> FHostSuports{kDefaultHostSupportsMask};
+  std::atomic<float> FHostTempo{120.0f};
+  std::atomic<int32_t> FNumberAutomatable{0};
+  std::atomic<int32_t> FParameterQuantization{0};
+  std::atomic<bool> FAutoIdle{false};
+  std::atomic<int32_t> FInputLatency{0};
+  std::atomic<int32_t> FOutputLatency{0};
+  std::atomic<float> FOutputSampleRate{0.0f};
+  std::atomic<int32_t> FBlockSize{256};
   std::atomic<bool> FWantMidi{false};
+  std::atomic<bool> FIdling{false};
 
   TSRVSTPrecision FPrecision = TSRVSTPrecision::vstp32;
   TSRVSTPanLawType FPanLawType = TSRVSTPanLawType::vstkCurrent;
   bool FBypass = false;
-  bool FDoublePrecision = false;
+  // The plug-in answered 1 to effCanDo("bypass") and is sent effSetBypass;
+  // otherwise a bypassed host passes the audio through itself.
+  bool FPlugInBypasses = false;
 
   std::vector<std::string> FParamNames;
 
-  // Per-channel scratch of the running stream (sized at stream start).
-  std::vector<TRef<TWBBlockBuffer>> FInBlocks, FOutBlocks;
-  std::vector<void*> FInAddrs, FOutAddrs;
-  size_t FStreamBlock = 0;
+  // Run-time state of the stream, under the component lock.
+  struct TStreamState {
+    size_t Block = 0;                 // samples per channel block
+    size_t Inputs = 0, Outputs = 0;   // plug-in channels at stream start
+    bool Usable = false;              // the counts at stream start were in range
+    bool MainsOn = false;             // effMainsChanged(1) was sent for this stream
+    bool Double = false;              // the plug-in accepted 64-bit processing
+    std::vector<TRef<TWBBlockBuffer>> InBlocks, OutBlocks;
+    // Stand-ins for channels declared after the start: silence in, discarded out.
+    TRef<TWBBlockBuffer> Silence, Discard;
+    // What the process routine receives: kMaxPlugInChannels entries each.
+    std::vector<void*> InAddrs, OutAddrs;
+  } FStream;
+
+  // A time update waiting for the lock (FTimeLock guards only this copy).
+  struct TPendingTime {
+    uint32_t Fields = 0;  // union of the flags of the updates held
+    TVstTimeInfoFlags Flags;
+    TVstTimeInfo Info{};
+  };
+  std::mutex FTimeLock;
+  TPendingTime FPendingTime;
+  std::atomic<bool> FTimePending{false};
 
   std::atomic<uint64_t> FNonFinite{0};
   PVstTimeInfo FVstTimeInfo = nullptr;  // below 2 GB when the system allows

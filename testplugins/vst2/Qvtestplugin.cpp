@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cfenv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +20,11 @@
 
 #include "testplugins/vst2/Qvreadable.h"
 
+#if defined(__x86_64__) || defined(_M_X64)
+#include <xmmintrin.h>
+#define QV_X86 1
+#endif
+
 #ifdef _WIN32
 #define QV_EXPORT extern "C" __declspec(dllexport)
 #else
@@ -28,7 +34,7 @@
 namespace Quorvel::Qvtestplugin {
 namespace {
 
-static_assert(sizeof(TQvTestRecord) == 144, "the record is shared with the tests");
+static_assert(sizeof(TQvTestRecord) == 152, "the record is shared with the tests");
 
 enum class TVariant {
   Main, MainOnly, Both, NoEffect, Accumulating, Double, Null, NotAPlugin, Mono, Chunks
@@ -66,6 +72,31 @@ std::atomic<double> GFixedOutput{std::numeric_limits<double>::quiet_NaN()};
 std::atomic<bool> GCallHostInProcess{true};
 std::atomic<bool> GProgramNameIndexed{true};
 std::atomic<int32_t> GProgramNameLength{kQvTestProgramNameLength};
+// Declared values: kUnset leaves the variant's own.
+constexpr int64_t kUnset = INT64_MIN;
+std::atomic<int64_t> GInitialDelay{kUnset};
+std::atomic<int32_t> GTailSize{kQvTestTailSize};
+std::atomic<int64_t> GNumInputs{kUnset};
+std::atomic<int64_t> GNumOutputs{kUnset};
+std::atomic<int64_t> GNumPrograms{kUnset};
+std::atomic<int32_t> GCanDoBypass{1};
+std::atomic<bool> GCrashInProcess{false};
+std::atomic<bool> GHasEditor{false};
+std::atomic<int32_t> GVendor{0};
+std::atomic<bool> GThreadedCallbacks{false};
+std::atomic<bool> GDirtyFpu{false};
+// Entry-point calls running now.
+std::atomic<int32_t> GEntriesRunning{0};
+// Read through by "CrashInProcess"; never set.
+int* volatile GNowhere = nullptr;
+
+constexpr size_t kMaxDelayedChannels = 64;
+
+// A 32-bit value of a knob, saturated.
+int32_t Int32Of(double Value) noexcept {
+  if (std::isnan(Value)) return 0;
+  return static_cast<int32_t>(std::clamp(Value, -2147483648.0, 2147483647.0));
+}
 // The callback that the latest entry-point call received.
 std::atomic<TAudioMasterCallbackFunc> GLastHost{nullptr};
 
@@ -80,6 +111,15 @@ std::atomic<int32_t> GReserved{0};
 uint32_t ThreadHash() noexcept {
   const uint64_t Hash = std::hash<std::thread::id>{}(std::this_thread::get_id());
   return static_cast<uint32_t>(Hash ^ (Hash >> 32));
+}
+
+// The calling thread's rounding mode as TQvTestRecord::Rounding reports it.
+int32_t RoundingNow() noexcept {
+  int32_t Mode = std::fegetround();
+#if QV_X86
+  Mode |= static_cast<int32_t>((_mm_getcsr() >> 13) & 3u) << 16;
+#endif
+  return Mode;
 }
 
 void CopyText(char* Dest, size_t Size, const char* Source) noexcept {
@@ -108,6 +148,7 @@ class TRecorder {
     FRecord->Effect = reinterpret_cast<uintptr_t>(Effect);
     FRecord->Opt = Opt;
     FRecord->Thread = ThreadHash();
+    FRecord->Rounding = RoundingNow();
   }
   ~TRecorder() { Commit(); }
   TRecorder(const TRecorder&) = delete;
@@ -137,9 +178,13 @@ class TRecorder {
 
 intptr_t CallHost(TAudioMasterCallbackFunc Host, PVSTEffect Effect, int32_t Opcode, int32_t Index,
                   intptr_t Value, void* Ptr, float Opt) noexcept {
+  const bool Dirty = GDirtyFpu.load(std::memory_order_relaxed);
+  const int Mode = std::fegetround();
+  if (Dirty) std::fesetround(FE_UPWARD);
   TRecorder Record(qrHostCallback, Effect, Opcode, Index, Value, Ptr, Opt);
   if (Opcode == audioMasterCanDo) Record.SetText(Ptr);
   const intptr_t Answer = Host ? Host(Effect, Opcode, Index, Value, Ptr, Opt) : 0;
+  if (Dirty) std::fesetround(Mode);
   Record.SetResult(Answer);
   if (TQvTestRecord* R = Record.Get()) {
     if (Opcode == audioMasterGetTime) {
@@ -193,12 +238,20 @@ class TPlugin {
     FEffect.Process = &TPlugin::Process;
     FEffect.SetParameter = &TPlugin::SetParameter;
     FEffect.GetParameter = &TPlugin::GetParameter;
-    FEffect.numPrograms = kQvTestNumPrograms;
+    const int64_t Programs = GNumPrograms.load(), Ins = GNumInputs.load(), Outs = GNumOutputs.load();
+    const int64_t Delay = GInitialDelay.load();
+    FEffect.numPrograms = Programs == kUnset ? kQvTestNumPrograms : static_cast<int32_t>(Programs);
     FEffect.numParams = qpCount;
-    FEffect.numInputs = kChannels;
-    FEffect.numOutputs = kChannels;
+    FEffect.numInputs = Ins == kUnset ? kChannels : static_cast<int32_t>(Ins);
+    FEffect.numOutputs = Outs == kUnset ? kChannels : static_cast<int32_t>(Outs);
     FEffect.EffectFlags = VariantFlags();
-    FEffect.InitialDelay = kQvTestInitialDelay;
+    if (GHasEditor.load()) FEffect.EffectFlags.Include(TEffFlag::effFlagsHasEditor);
+    FEffect.InitialDelay = Delay == kUnset ? kQvTestInitialDelay : static_cast<int32_t>(Delay);
+    if (Delay != kUnset && Delay > 0) {
+      // One line per delayed channel, allocated here so that processing never allocates.
+      const size_t Lines = std::min<size_t>(static_cast<size_t>(std::max(FEffect.numOutputs, 0)), kMaxDelayedChannels);
+      FDelay.assign(Lines, std::vector<double>(static_cast<size_t>(Delay), 0.0));
+    }
     FEffect.IORatio = 1.0f;
     FEffect.vObject = this;
     FEffect.UniqueID = UniqueId;
@@ -228,6 +281,7 @@ class TPlugin {
     if (Opcode == effCanDo || Opcode == effSetProgramName || Opcode == effString2Parameter)
       Record.SetText(Ptr);
     if (Opcode == effClose) {
+      if (GThreadedCallbacks.load()) Self->CallHostFromThread();
       // The record goes out before the object does: nothing may touch it afterwards.
       Record.Commit();
       delete Self;
@@ -258,12 +312,19 @@ class TPlugin {
     return Value;
   }
 
+  // "CrashInProcess": an access violation, as a broken plug-in makes one.
+  static void MaybeCrash() noexcept {
+    if (GCrashInProcess.load(std::memory_order_relaxed)) *GNowhere = 1;
+  }
+
   static void Process(PVSTEffect Effect, PPSingle Inputs, PPSingle Outputs, int32_t Frames) noexcept {
+    MaybeCrash();
     if (TPlugin* Self = Of(Effect)) Self->Run(qrProcess, Inputs, Outputs, Frames, true);
   }
 
   // Once 64-bit processing was accepted the host hands over 64-bit channel blocks here too.
   static void ProcessReplacing(PVSTEffect Effect, PPSingle Inputs, PPSingle Outputs, int32_t Frames) noexcept {
+    MaybeCrash();
     TPlugin* Self = Of(Effect);
     if (!Self) return;
     if (kDouble && Self->FDouble.load(std::memory_order_relaxed))
@@ -275,6 +336,7 @@ class TPlugin {
 
   static void ProcessDoubleReplacing(PVSTEffect Effect, PPDouble Inputs, PPDouble Outputs,
                                      int32_t Frames) noexcept {
+    MaybeCrash();
     if (TPlugin* Self = Of(Effect)) Self->Run(qrProcessDoubleReplacing, Inputs, Outputs, Frames, false);
   }
 
@@ -282,29 +344,34 @@ class TPlugin {
 
   template <typename T>
   void Run(TQvTestRecordKind Kind, T** Inputs, T** Outputs, int32_t Frames, bool Accumulate) noexcept {
+    // The counts declared now (a host passes at least this many pointers).
+    const int32_t NumIn = std::max(FEffect.numInputs, 0), NumOut = std::max(FEffect.numOutputs, 0);
     {
       TRecorder Record(Kind, &FEffect, 0, 0, 0, nullptr, 0.0f);
       if (TQvTestRecord* R = Record.Get()) {
         R->SampleFrames = Frames;
         R->Precision = sizeof(T) == sizeof(double) ? 64 : 32;
-        R->Count = kChannels;
-        for (int32_t C = 0; C < kChannels; ++C)
+        R->Count = NumIn;
+        bool All = Inputs && Outputs;
+        for (int32_t C = 0; All && C < NumIn; ++C) All = Inputs[C] != nullptr;
+        for (int32_t C = 0; All && C < NumOut; ++C) All = Outputs[C] != nullptr;
+        R->Concurrent = All ? 1 : 0;
+        for (int32_t C = 0; C < std::min(NumIn, 2); ++C)
           if (Inputs && Inputs[C] && Frames > 0) R->Input[C] = static_cast<double>(Inputs[C][0]);
       }
     }
     if (!kNull && GCallHostInProcess.load(std::memory_order_relaxed))
       CallHost(FHost, &FEffect, audioMasterGetTime, 0, kQvTestTimeFlags.Mask(), nullptr, 0.0f);
     if (!Outputs) return;
+    auto InputOf = [&](int32_t C, int32_t J) -> T {
+      return C < NumIn && Inputs && Inputs[C] ? Inputs[C][J] : T(0);
+    };
     if constexpr (kNull) {
-      for (int32_t C = 0; C < kChannels; ++C) {
+      for (int32_t C = 0; C < NumOut; ++C) {
         if (!Outputs[C]) continue;
-        const T* In = Inputs && Inputs[C] ? Inputs[C] : nullptr;
-        if (Accumulate) {
-          for (int32_t J = 0; In && J < Frames; ++J) Outputs[C][J] += In[J];
-        } else if (In) {
-          std::memmove(Outputs[C], In, sizeof(T) * static_cast<size_t>(std::max(Frames, 0)));
-        } else {
-          std::fill(Outputs[C], Outputs[C] + std::max(Frames, 0), T(0));
+        for (int32_t J = 0; J < Frames; ++J) {
+          const T In = InputOf(C, J);
+          Outputs[C][J] = Accumulate ? Outputs[C][J] + In : In;
         }
       }
       return;
@@ -313,25 +380,64 @@ class TPlugin {
     const double Fixed = GFixedOutput.load(std::memory_order_relaxed);
     const bool Bypass = FBypass.load(std::memory_order_relaxed);
     const double Gain = 2.0 * FValues[qpGain].load(std::memory_order_relaxed);
-    const bool Swap = kChannels == 2 && FValues[qpChannelMap].load(std::memory_order_relaxed) >= 0.5f;
+    const bool Swap = NumIn >= 2 && NumOut >= 2 && FValues[qpChannelMap].load(std::memory_order_relaxed) >= 0.5f;
     for (int32_t J = 0; J < Frames; ++J) {
-      // Every input is read before any output is written: the blocks may be the same.
-      T In[kChannels];
-      for (int32_t C = 0; C < kChannels; ++C) In[C] = Inputs && Inputs[C] ? Inputs[C][J] : T(0);
-      for (int32_t C = 0; C < kChannels; ++C) {
+      // The first two inputs are read before any output is written: the
+      // blocks may be the same, and the channel map crosses them.
+      const T First[2] = {InputOf(0, J), InputOf(1, J)};
+      for (int32_t C = 0; C < NumOut; ++C) {
         if (!Outputs[C]) continue;
-        T Out;
+        const T In = C < 2 ? First[Swap ? 1 - C : C] : InputOf(C, J);
+        const T Own = C < 2 ? First[C] : In;
+        double Out;
         if (Bypass && std::isnan(Fixed))
-          Out = In[C];
+          Out = static_cast<double>(Own);
         else if (!std::isnan(Fixed))
-          Out = static_cast<T>(Fixed);
+          Out = Fixed;
         else
-          Out = static_cast<T>(In[Swap ? 1 - C : C] * Gain);
+          Out = static_cast<double>(In) * Gain;
+        if (static_cast<size_t>(C) < FDelay.size()) {
+          double& Slot = FDelay[static_cast<size_t>(C)][FDelayPos];
+          std::swap(Out, Slot);
+        }
         if (Accumulate)
-          Outputs[C][J] += Out;
+          Outputs[C][J] += static_cast<T>(Out);
         else
-          Outputs[C][J] = Out;
+          Outputs[C][J] = static_cast<T>(Out);
       }
+      if (!FDelay.empty()) FDelayPos = (FDelayPos + 1) % FDelay[0].size();
+    }
+  }
+
+  // "ThreadedCallbacks": a thread of the plug-in's own asks the host, and the
+  // plug-in waits for it, as plug-ins with worker threads do in effOpen/effClose.
+  void CallHostFromThread() noexcept {
+    try {
+      std::thread Worker([this] {
+        for (int32_t Opcode : kQvTestThreadedOpcodes) {
+          char Text[256] = "sendVstTimeInfo";
+          TVstTimeInfo Time{};
+          Time.Tempo = 133.0;
+          void* Ptr = nullptr;
+          intptr_t Value = 0;
+          float Opt = 0.0f;
+          if (Opcode == audioMasterSetTime) {
+            Ptr = &Time;
+            Value = static_cast<intptr_t>(TVstTimeInfoFlags{TVstTimeInfoFlag::kVstTempoValid}.Mask());
+          } else if (Opcode == audioMasterGetVendorString || Opcode == audioMasterGetProductString ||
+                     Opcode == audioMasterCanDo || Opcode == audioMasterGetDirectory) {
+            Ptr = Text;
+          } else if (Opcode == audioMasterSetOutputSampleRate) {
+            Opt = 22050.0f;
+          } else if (Opcode == audioMasterSizeWindow) {
+            Value = 200;
+          }
+          CallHost(FHost, &FEffect, Opcode, Opcode == audioMasterSizeWindow ? 300 : 0, Value, Ptr, Opt);
+        }
+      });
+      Worker.join();
+    } catch (...) {
+      // No thread: nothing asked.
     }
   }
 
@@ -347,6 +453,7 @@ class TPlugin {
     const bool IsParameter = Index >= 0 && Index < qpCount;
     switch (Opcode) {
       case effOpen:
+        if (GThreadedCallbacks.load()) CallHostFromThread();
         if (!kNull) {
           CallHost(FHost, &FEffect, audioMasterCanDo, 0, 0, const_cast<char*>("sendVstTimeInfo"), 0.0f);
           CallHost(FHost, &FEffect, audioMasterCanDo, 0, 0, const_cast<char*>("sizeWindow"), 0.0f);
@@ -410,8 +517,10 @@ class TPlugin {
         return 1;
       case effGetEffectName:
         return Answer(kNull ? kQvTestNullEffectName : kQvTestEffectName, 32);
-      case effGetVendorString:
-        return Answer(kQvTestVendor, 64);
+      case effGetVendorString: {
+        const int32_t Vendor = GVendor.load();
+        return Answer(Vendor == 1 ? kQvTestVendorDash : Vendor == 2 ? kQvTestVendorWusik : kQvTestVendor, 64);
+      }
       case effGetProductString:
         return Answer(kQvTestProduct, 64);
       case effGetVendorVersion:
@@ -419,7 +528,7 @@ class TPlugin {
       case effCanDo:
         return CanDo(static_cast<const char*>(Ptr));
       case effGetTailSize:
-        return kQvTestTailSize;
+        return GTailSize.load();
       case effGetVstVersion:
         return kQvTestVstVersion;
       case effSetProcessPrecision:
@@ -452,7 +561,8 @@ class TPlugin {
 
   static intptr_t CanDo(const char* Text) noexcept {
     if (!Text) return 0;
-    for (const char* Yes : {"receiveVstEvents", "receiveVstMidiEvent", "receiveVstTimeInfo", "bypass"})
+    if (std::strcmp(Text, "bypass") == 0) return GCanDoBypass.load();
+    for (const char* Yes : {"receiveVstEvents", "receiveVstMidiEvent", "receiveVstTimeInfo"})
       if (std::strcmp(Text, Yes) == 0) return 1;
     for (const char* No : {"sendVstEvents", "sendVstMidiEvent", "offline", "midiProgramNames"})
       if (std::strcmp(Text, No) == 0) return 0;
@@ -504,13 +614,16 @@ class TPlugin {
   }
 
   intptr_t Pin(bool Input, int32_t Index, PVstPinProperties Out, TRecorder& Record) const noexcept {
-    if (!Out || Index < 0 || Index >= kChannels) return 0;
+    const int32_t Channels = Input ? FEffect.numInputs : FEffect.numOutputs;
+    if (!Out || Index < 0 || Index >= Channels) return 0;
     *Out = TVstPinProperties{};
     std::snprintf(Out->Caption, sizeof Out->Caption, "%s %d", Input ? "Input" : "Output", int(Index) + 1);
-    std::snprintf(Out->ShortLabel, sizeof Out->ShortLabel, "%s%d", Input ? "In" : "Out", int(Index) + 1);
+    char Label[32];
+    std::snprintf(Label, sizeof Label, "%s%d", Input ? "In" : "Out", static_cast<int>(Index) + 1);
+    CopyText(Out->ShortLabel, sizeof Out->ShortLabel, Label);
     Out->Flags.Include(TVstPinPropertiesFlag::vppIsActive);
-    if (kChannels == 2) Out->Flags.Include(TVstPinPropertiesFlag::vppIsStereo);
-    Out->ArrangementType = kChannels == 2 ? 1 : 0;  // stereo, mono
+    if (Channels == 2) Out->Flags.Include(TVstPinPropertiesFlag::vppIsStereo);
+    Out->ArrangementType = Channels == 2 ? 1 : 0;  // stereo, mono
     Record.SetText(Out->Caption);
     return 1;
   }
@@ -578,14 +691,30 @@ class TPlugin {
   TProgram FPrograms[kQvTestNumPrograms]{};
   int32_t FCurrent = 0;
   std::vector<uint8_t> FChunk;  // handed out by effGetChunk, valid until the next call
+  // "InitialDelay": one line per delayed output channel, and the position in them.
+  std::vector<std::vector<double>> FDelay;
+  size_t FDelayPos = 0;
 };
+
+// Applies "Name=Value,Name=Value" from the environment.
+void ApplyEnvironmentOptions() noexcept;
 
 // Unused in the variant without entry points.
 [[maybe_unused]] PVSTEffect Entry(TAudioMasterCallbackFunc Host, TQvTestEntry Which) noexcept {
+  const int32_t Running = GEntriesRunning.fetch_add(1) + 1;
   TRecorder Record(qrEntry, nullptr, Which, 0, 0, nullptr, 0.0f);
+  if (TQvTestRecord* R = Record.Get()) R->Concurrent = Running;
+  // Give another entry call that a host failed to hold back the chance to overlap.
+  for (int I = 0; I < 64; ++I) std::this_thread::yield();
+  struct TLeave {
+    ~TLeave() { GEntriesRunning.fetch_sub(1); }
+  } Leave;
   GLastHost.store(Host);
+  ApplyEnvironmentOptions();
   // Before any effect exists: the host can only answer for "whoever is loading".
   CallHost(Host, nullptr, audioMasterVersion, 0, 0, nullptr, 0.0f);
+  CallHost(Host, nullptr, audioMasterGetSampleRate, 0, 0, nullptr, 0.0f);
+  CallHost(Host, nullptr, audioMasterGetBlockSize, 0, 0, nullptr, 0.0f);
   if (kVariant == TVariant::NoEffect) return nullptr;
   auto* Plugin = new (std::nothrow) TPlugin(Host, UniqueIdFor(Which));
   if (!Plugin) return nullptr;
@@ -624,7 +753,40 @@ QV_EXPORT int32_t QvTestSetOption(const char* Name, double Value) noexcept {
   } else if (Is("ProgramNameLength")) {
     GProgramNameLength.store(std::isnan(Value) ? kQvTestProgramNameLength
                                                : static_cast<int32_t>(std::clamp(Value, 1.0, 63.0)));
+  } else if (Is("InitialDelay")) {
+    GInitialDelay.store(Int32Of(Value));
+  } else if (Is("TailSize")) {
+    GTailSize.store(Int32Of(Value));
+  } else if (Is("NumInputs")) {
+    GNumInputs.store(Int32Of(Value));
+  } else if (Is("NumOutputs")) {
+    GNumOutputs.store(Int32Of(Value));
+  } else if (Is("NumPrograms")) {
+    GNumPrograms.store(Int32Of(Value));
+  } else if (Is("CanDoBypass")) {
+    GCanDoBypass.store(Int32Of(Value));
+  } else if (Is("CrashInProcess")) {
+    GCrashInProcess.store(Value != 0);
+  } else if (Is("HasEditor")) {
+    GHasEditor.store(Value != 0);
+  } else if (Is("Vendor")) {
+    GVendor.store(Int32Of(Value));
+  } else if (Is("ThreadedCallbacks")) {
+    GThreadedCallbacks.store(Value != 0);
+  } else if (Is("DirtyFpu")) {
+    GDirtyFpu.store(Value != 0);
   } else if (Is("Reset")) {
+    GInitialDelay.store(kUnset);
+    GTailSize.store(kQvTestTailSize);
+    GNumInputs.store(kUnset);
+    GNumOutputs.store(kUnset);
+    GNumPrograms.store(kUnset);
+    GCanDoBypass.store(1);
+    GCrashInProcess.store(false);
+    GHasEditor.store(false);
+    GVendor.store(0);
+    GThreadedCallbacks.store(false);
+    GDirtyFpu.store(false);
     GFixedOutput.store(std::numeric_limits<double>::quiet_NaN());
     GCallHostInProcess.store(true);
     GProgramNameIndexed.store(true);
@@ -634,6 +796,30 @@ QV_EXPORT int32_t QvTestSetOption(const char* Name, double Value) noexcept {
   }
   return 1;
 }
+
+namespace Quorvel::Qvtestplugin {
+namespace {
+
+void ApplyEnvironmentOptions() noexcept {
+  const char* Options = std::getenv(kQvTestOptionsVariable);
+  if (!Options) return;
+  char Name[64];
+  const char* P = Options;
+  while (*P) {
+    const char* End = std::strchr(P, ',');
+    if (!End) End = P + std::strlen(P);
+    const char* Equals = static_cast<const char*>(std::memchr(P, '=', static_cast<size_t>(End - P)));
+    if (Equals && static_cast<size_t>(Equals - P) < sizeof Name) {
+      std::memcpy(Name, P, static_cast<size_t>(Equals - P));
+      Name[Equals - P] = 0;
+      QvTestSetOption(Name, std::strtod(Equals + 1, nullptr));
+    }
+    P = *End ? End + 1 : End;
+  }
+}
+
+}  // namespace
+}  // namespace Quorvel::Qvtestplugin
 
 QV_EXPORT intptr_t QvTestCallHost(PVSTEffect Effect, int32_t Opcode, int32_t Index, intptr_t Value, void* Ptr,
                                   float Opt) noexcept {

@@ -30,6 +30,9 @@ constexpr int32_t kQvTestUniqueIdChunks = FourCharToLong('Q', 'v', 'T', 'c');
 constexpr const char* kQvTestEffectName = "Quorvel Test Plug-in";
 constexpr const char* kQvTestNullEffectName = "Quorvel Null Plug-in";
 constexpr const char* kQvTestVendor = "Quorvel";
+// Vendors whose editors' resize requests hosts ignore ("DASH", "WUSIK").
+constexpr const char* kQvTestVendorDash = "Quorvel Dashboard";
+constexpr const char* kQvTestVendorWusik = "wusik test";
 constexpr const char* kQvTestProduct = "Quorvel Test Fixtures";
 constexpr int32_t kQvTestVersion = 1000;  // effect record Version and effGetVendorVersion
 constexpr int32_t kQvTestVstVersion = 2400;
@@ -94,6 +97,14 @@ struct TQvTestRecord {
   // audioMasterCanDo) or handed out (names, labels, displays, strings, pin
   // captions), cut to 63 characters.
   char Text[64];
+  // The floating-point rounding mode the call found: fegetround(), with the
+  // SSE rounding bits (0 for nearest) in bits 16..17 on x86. Host callbacks:
+  // the mode the plug-in left before calling.
+  int32_t Rounding;
+  // Entry-point calls: how many entry-point calls of this file were running
+  // when this one began (1 when they never overlap). Process calls: 1 when
+  // every channel pointer the plug-in declares was non-null, else 0.
+  int32_t Concurrent;
 };
 #pragma pack(pop)
 
@@ -112,13 +123,48 @@ using TQvTestClearRecordsFunc = void (*)();
 //   "ProgramNameIndexed"  1 (default): effGetProgramNameIndexed answers; 0: answers 0
 //   "ProgramNameLength"   characters of a program name kept and handed out
 //                         (default kQvTestProgramNameLength, at most 63)
+//   "InitialDelay"        samples reported in initialDelay, and the output really
+//                         is delayed by that many samples (first 64 channels);
+//                         unset (the default): kQvTestInitialDelay is reported
+//                         and the output is not delayed
+//   "TailSize"            the answer to effGetTailSize (default kQvTestTailSize)
+//   "NumInputs"           declared input channels, any 32-bit value (default:
+//                         the variant's); "NumOutputs" likewise
+//   "NumPrograms"         declared program count, any 32-bit value (default 4)
+//   "CanDoBypass"         the answer to effCanDo("bypass"): 1 (default), 0, -1
+//   "CrashInProcess"      1: the process routines write through a null pointer
+//   "HasEditor"           1: effFlagsHasEditor is set (there is no editor)
+//   "Vendor"              effGetVendorString: 0 kQvTestVendor (default),
+//                         1 kQvTestVendorDash, 2 kQvTestVendorWusik
+//   "ThreadedCallbacks"   1: effOpen and effClose start a thread that calls the
+//                         host with every opcode of kQvTestThreadedOpcodes and
+//                         join it before they return
+//   "DirtyFpu"            1: every call into the host is made with the rounding
+//                         mode set upwards (restored when the host returns)
 //   "Reset"               every knob back to its default
+// Knobs marked "declared" or read at creation apply to effects created after
+// the change. The knobs are also read from the environment variable
+// kQvTestOptionsVariable ("Name=Value,Name=Value", numbers as strtod reads
+// them) each time an effect is created, so that other processes can set them.
 using TQvTestSetOptionFunc = int32_t (*)(const char* Name, double Value);
 // Calls the host callback with these arguments for Effect (made by this
 // plug-in file) or, for a null Effect, the callback the last entry-point call
 // received; answers the host's answer (0 when there is no callback).
 using TQvTestCallHostFunc = intptr_t (*)(PVSTEffect Effect, int32_t Opcode, int32_t Index,
                                         intptr_t Value, void* Ptr, float Opt);
+
+constexpr const char* kQvTestOptionsVariable = "QVTEST_VST2_OPTIONS";
+
+// What the "ThreadedCallbacks" thread asks the host, in this order
+// (audioMasterSetTime with kVstTempoValid and a tempo of 133).
+constexpr int32_t kQvTestThreadedOpcodes[] = {
+    audioMasterPinConnected,    audioMasterSetTime,           audioMasterTempoAt,
+    audioMasterGetNumAutomatableParameters, audioMasterGetParameterQuantization,
+    audioMasterIOChanged,       audioMasterNeedIdle,          audioMasterSizeWindow,
+    audioMasterGetSampleRate,   audioMasterGetBlockSize,      audioMasterGetInputLatency,
+    audioMasterGetOutputLatency, audioMasterSetOutputSampleRate, audioMasterGetVendorString,
+    audioMasterGetProductString, audioMasterCanDo,            audioMasterGetLanguage,
+    audioMasterGetDirectory};
 
 constexpr const char* kQvTestGetRecordsName = "QvTestGetRecords";
 constexpr const char* kQvTestClearRecordsName = "QvTestClearRecords";

@@ -88,23 +88,6 @@ TEST(Srvsteffectintf, KeyCodeCharacterWinsAndShiftLowersBy32) {
             std::numeric_limits<int32_t>::max() - 30);  // wraps, no overflow trap
 }
 
-TEST(Srvsteffectintf, KeyCodeVirtualKeyTable) {
-  struct TCase {
-    uint8_t Virt;
-    int32_t Expected;
-  };
-  const TCase Cases[] = {
-      {0, 0},     {1, 8},     {2, 9},     {3, 12},    {4, 13},    {5, 19},   {6, 27},
-      {7, 32},    {8, 34},    {9, 35},    {10, 36},   {11, 37},   {12, 38},  {13, 39},
-      {14, 40},   {15, 38},   {16, 40},   {17, 41},   {18, 42},   {19, 13},  {20, 44},
-      {21, 45},   {22, 46},   {23, 47},   {24, '0'},  {28, '4'},  {33, '9'}, {34, 106},
-      {35, 107},  {36, 108},  {37, 109},  {38, 110},  {39, 111},  {40, 112}, {45, 117},
-      {51, 123},  {52, 144},  {53, 145},  {54, 16},   {55, 17},   {56, 18},  {57, 93},
-      {58, 0},    {59, 0},    {200, 0},   {255, 0},
-  };
-  for (const TCase& C : Cases) EXPECT_EQ(Key(0, C.Virt), C.Expected) << "Virt " << int{C.Virt};
-}
-
 TEST(Srvsteffectintf, Opcode2StringNamesEveryOpcode) {
   EXPECT_EQ(Opcode2String(effOpen), "effOpen");
   EXPECT_EQ(Opcode2String(effIdentify), "effIdentify");
