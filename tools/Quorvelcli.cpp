@@ -211,8 +211,7 @@ bool OpenPlugIn(TSRVSTHost& Host, TReports& Reports, const std::string& File) {
     Fail(CheckExistingFile("plug-in", File));
     return false;
   }
-  Host.SetFileName(File);
-  if (Host.Open()) return true;
+  if (Host.Open(File)) return true;
   if (!Reports.Empty())
     Fail(Reports.Last());
   else

@@ -100,7 +100,8 @@ class TReports {
   std::vector<std::string> FErrors;
 };
 
-// Opens File in Host; on failure prints why and answers false.
+// Opens File in Host (one load of the library, one effect); on failure prints
+// why and answers false. Set the host's rate and block size first.
 bool OpenPlugIn(TSRVSTHost& Host, TReports& Reports, const std::string& File);
 
 // "the plug-in has N" for messages about programs and parameters.

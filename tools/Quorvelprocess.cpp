@@ -102,6 +102,7 @@ int RunChain(const TProcessOptions& O, const std::string& WorkFile) {
   if (Info.Channels == 0) return Fail(O.Input + " has no channels");
 
   // The plug-in hears the file's rate and the block size from its first call on.
+  Host.SetSampleRate(Info.SampleRate);
   Host.SetBufferSize(static_cast<size_t>(O.BlockSize));
   if (!OpenPlugIn(Host, Reports, O.PlugIn)) return 1;
   if (O.Precision == TSRVSTPrecision::vstp64) {
@@ -140,7 +141,9 @@ int RunChain(const TProcessOptions& O, const std::string& WorkFile) {
   // Latency and tail, in frames of the file's rate.
   const double MaxReported = kMaxReportedSeconds * Info.SampleRate;
   uint64_t Delay = 0;
-  if (O.CompensateLatency && Host.GetInitialDelay() > 0) {
+  // A plug-in the host bypasses itself is not in the path: its delay is not either.
+  const bool HostBypasses = O.Bypass && Host.PlugInCanDo("bypass") != 1;
+  if (O.CompensateLatency && !HostBypasses && Host.GetInitialDelay() > 0) {
     if (Host.GetInitialDelay() > MaxReported)
       Warn("the plug-in reports a delay of " + std::to_string(Host.GetInitialDelay()) +
            " samples; it is not compensated");
