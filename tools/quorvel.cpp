@@ -14,6 +14,7 @@
 #include "frame/Srdemocomponents.h"
 #include "frame/Srfilecomponents.h"
 #include "platform/Library.h"
+#include "package/Quorvelpackage.h"
 #include "platform/Process.h"
 #include "tools/Quorvelcli.h"
 #include "vst2/Srvsthost.h"
@@ -206,6 +207,7 @@ int Cli::Demo(const TArgs& Args) {
 int main(int Argc, char** Argv) {
   const TArgs All = Platform::GetProgramArguments(Argc, Argv);
   if (All.size() < 2) return Usage();
+  Package::Initialize();
   try {
     const std::string& Command = All[1];
     const TArgs Args(All.begin() + 2, All.end());

@@ -1,5 +1,8 @@
 #include "vst2/Srvsthost.h"
 
+#include "frame/Wbpersistence.h"
+#include "frame/Wbregistration.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -969,5 +972,64 @@ void TSRVSTHost::ProcessBlock(size_t Samples) {
     OutputAt(I)->SubmitBuffer(FWorkBuffer);
   }
 }
+
+// ---- published properties ---------------------------------------------------
+
+template <>
+struct TWBEnumNames<TSRVSTPrecision> {
+  static constexpr const char* const Names[] = {"vstp32", "vstp64"};
+};
+template <>
+struct TWBEnumNames<TSRVSTPanLawType> {
+  static constexpr const char* const Names[] = {"vstkCurrent", "vstkLinearPanLaw", "vstkEqualPowerPanLaw"};
+};
+template <>
+struct TWBEnumNames<TSRVSTHostLanguage> {
+  static constexpr const char* const Names[] = {"vstlLangUnknown", "vstlLangEnglish", "vstlLangGerman",
+                                                "vstlLangFrench",  "vstlLangItalian", "vstlLangSpanish",
+                                                "vstlLangJapanese"};
+};
+
+const TWBClassInfo& TSRVSTHost::ClassInfo() {
+  using H = TSRVSTHost;
+  // FileName comes last: setting it opens the plug-in, which then hears the
+  // rate, block size and host answers loaded before it.
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRVSTHost", &TSRBasicMultiInput::ClassInfo(),
+      {PropertyOf<H, size_t>(
+           "BufferSize", [](H& O) { return O.GetBufferSize(); }, [](H& O, size_t V) { O.SetBufferSize(V); },
+           size_t(256)),
+       Property("SampleRate", &H::GetSampleRate, &H::SetSampleRate, 44100.0),
+       Property("Precision", &H::GetPrecision, &H::SetPrecision, TSRVSTPrecision::vstp32),
+       Property("PanLawType", &H::GetPanLawType, &H::SetPanLawType, TSRVSTPanLawType::vstkCurrent),
+       Property("Bypass", &H::GetBypass, &H::SetBypass, false),
+       Property("HostVstVersion", &H::GetHostVstVersion, &H::SetHostVstVersion, int32_t(2400)),
+       Property("HostVendorString", &H::GetHostVendorString, &H::SetHostVendorString, std::string("Quorvel")),
+       Property("HostProductString", &H::GetHostProductString, &H::SetHostProductString,
+                std::string("Quorvel VST Host")),
+       Property("HostVendorVersion", &H::GetHostVendorVersion, &H::SetHostVendorVersion, int32_t(1)),
+       Property("HostLanguage", &H::GetHostLanguage, &H::SetHostLanguage, TSRVSTHostLanguage::vstlLangEnglish),
+       PropertyOf<H, uint32_t>(
+           "HostSuports", [](H& O) { return static_cast<uint32_t>(O.GetHostSuports().Mask()); },
+           [](H& O, uint32_t V) { O.SetHostSuports(TSRVSTHostSupports::FromMask(V)); }, kDefaultHostSupportsMask),
+       Property("HostTempo", &H::GetHostTempo, &H::SetHostTempo, 120.0f),
+       Property("NumberAutomatable", &H::GetNumberAutomatable, &H::SetNumberAutomatable, int32_t(0)),
+       PropertyOf<H, int32_t>(
+           "ParameterQuantization", [](H& O) { return O.GetParameterQuantization(); },
+           [](H& O, int32_t V) { O.SetParameterQuantization(V); }, int32_t(0)),
+       Property("AutoIdle", &H::GetAutoIdle, &H::SetAutoIdle, false),
+       Property("InputLatency", &H::GetInputLatency, &H::SetInputLatency, int32_t(0)),
+       Property("OutputLatency", &H::GetOutputLatency, &H::SetOutputLatency, int32_t(0)),
+       Property("FileName", &H::GetFileName, &H::SetFileName, std::string())},
+      Factory<TSRVSTHost>());
+  return Info;
+}
+
+namespace Srvsthost {
+
+void RegisterPkg() { Design::Components::RegisterComponents({&TSRVSTHost::ClassInfo()}); }
+void UnregisterPkg() { Design::Components::UnregisterComponents({&TSRVSTHost::ClassInfo()}); }
+
+}  // namespace Srvsthost
 
 }  // namespace Quorvel

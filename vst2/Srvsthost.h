@@ -81,6 +81,10 @@ using TSRVSTEventsEvent = std::function<void(TSRVSTHost* Sender, const TVstEvent
 
 class TSRVSTHost : public TSRBasicMultiInput {
  public:
+  // The class's published properties (frame/Wbpersistence.h).
+  static const TWBClassInfo& ClassInfo();
+  const TWBClassInfo& GetClassInfo() const override { return ClassInfo(); }
+
   explicit TSRVSTHost(TWBComponent* Owner = nullptr);
   ~TSRVSTHost() override;
 
@@ -348,5 +352,11 @@ class TSRVSTHost : public TSRBasicMultiInput {
   PVstTimeInfo FVstTimeInfo = nullptr;  // below 2 GB when the system allows
   bool FTimeInfoLow = false;
 };
+
+// The unit's registration entry: hands TSRVSTHost to the component catalogue.
+namespace Srvsthost {
+void RegisterPkg();
+void UnregisterPkg();
+}  // namespace Srvsthost
 
 }  // namespace Quorvel

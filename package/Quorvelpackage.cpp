@@ -1,0 +1,43 @@
+#include "package/Quorvelpackage.h"
+
+#include <iterator>
+
+#include "vst2/Srvsthost.h"
+
+namespace Quorvel::Package {
+namespace {
+
+// The component units in the package's unit order, then the units that
+// register nothing.
+const TUnitInfo kUnits[] = {
+    {"Srvsthost", "TSRVSTHost", &Srvsthost::RegisterPkg, &Srvsthost::UnregisterPkg},
+    {"Srvsteffectintf", nullptr, nullptr, nullptr},
+    {"Asiointerface", nullptr, nullptr, nullptr},
+    {"Srasiodevice", nullptr, nullptr, nullptr},
+    {"Srasiocallbackentries", nullptr, nullptr, nullptr},
+};
+
+const TPackageInfoTable kTable{"Quorvel", std::size(kUnits), kUnits};
+bool GInitialized = false;
+
+}  // namespace
+
+const TPackageInfoTable& GetPackageInfoTable() { return kTable; }
+
+void Initialize() {
+  if (GInitialized) return;
+  GInitialized = true;
+  for (const TUnitInfo& U : kUnits)
+    if (U.Initialize) U.Initialize();
+}
+
+void Finalize() {
+  if (!GInitialized) return;
+  GInitialized = false;
+  for (size_t I = std::size(kUnits); I-- > 0;)
+    if (kUnits[I].Finalize) kUnits[I].Finalize();
+}
+
+bool IsInitialized() { return GInitialized; }
+
+}  // namespace Quorvel::Package
