@@ -71,7 +71,10 @@ bool TPWBasicPin::Disconnect(TPWBasicPin& Other) {
     Downstream = std::find(FSinks.begin(), FSinks.end(), &Other) != FSinks.end();
     Upstream = std::find(FSources.begin(), FSources.end(), &Other) != FSources.end();
   }
-  return (Downstream && Try(*this, Other)) | (Upstream && Try(Other, *this));
+  // Both directions are tried, whichever the first one answered.
+  const bool RemovedDown = Downstream && Try(*this, Other);
+  const bool RemovedUp = Upstream && Try(Other, *this);
+  return RemovedDown || RemovedUp;
 }
 
 void TPWBasicPin::DisconnectAll() {

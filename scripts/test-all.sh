@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Builds and tests everything, as CI does:
 #   1. scripts/setup.sh (installs what is missing)
-#   2. for each of linux-release, linux-asan, linux-tsan and win64:
-#      configure, build and run the tests with the CMake presets
-#      (the win64 tests run under Wine through scripts/wine-run)
+#   2. for each of linux-release, linux-asan, linux-tsan, linux-fuzz and
+#      win64: configure, build and run the tests with the CMake presets (the
+#      win64 tests run under Wine through scripts/wine-run; linux-fuzz builds
+#      the libFuzzer targets with clang and runs each for 30 s on its corpus)
 #   3. runs the benchmark programs of build/linux-release/bench once, briefly,
 #      so that their ratios appear in the log
 # and ends with a summary of the stages and their times. Exits non-zero when
@@ -17,7 +18,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$root" || exit 1
 
 presets=("$@")
-[[ ${#presets[@]} -gt 0 ]] || presets=(linux-release linux-asan linux-tsan win64)
+[[ ${#presets[@]} -gt 0 ]] || presets=(linux-release linux-asan linux-tsan linux-fuzz win64)
 
 export CTEST_OUTPUT_ON_FAILURE=1
 log_dir=$root/build/logs
