@@ -1,0 +1,32 @@
+# cmake --install: the libraries (one target per folder, Quorvel::<folder>),
+# the package's shared library, the command-line host, the public headers
+# under include/quorvel/<folder>/, and a package configuration for
+# find_package(Quorvel CONFIG).
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+# Installed archives carry the package's name, so that they cannot clash
+# with other libraries in a shared lib folder.
+foreach(lib platform frame vst2 asio asio_convert package)
+  set_target_properties(${lib} PROPERTIES OUTPUT_NAME quorvel_${lib})
+endforeach()
+
+install(TARGETS platform frame vst2 asio asio_convert package quorvelpkg
+  EXPORT QuorvelTargets
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS quorvel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+foreach(folder platform frame vst2 asio package)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorvel/${folder}
+          FILES_MATCHING PATTERN "*.h")
+endforeach()
+
+set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Quorvel)
+install(EXPORT QuorvelTargets NAMESPACE Quorvel:: DESTINATION ${config_dir})
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/QuorvelConfig.cmake.in
+  ${CMAKE_CURRENT_BINARY_DIR}/QuorvelConfig.cmake INSTALL_DESTINATION ${config_dir})
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/QuorvelConfigVersion.cmake
+  VERSION 0.1.0 COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/QuorvelConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/QuorvelConfigVersion.cmake
+        DESTINATION ${config_dir})
