@@ -778,6 +778,8 @@ intptr_t TSRVSTHost::HostCallback(PVSTEffect Effect, int32_t Opcode, int32_t Ind
   try {
     if (Opcode == audioMasterGetTime) {
       // The record lives below 2 GB, so its 32-bit answer is its address.
+      // Where the system gave no low memory, the whole address is answered:
+      // a truncated one would point the plug-in at memory that is not ours.
       const intptr_t Address = reinterpret_cast<intptr_t>(Host->GetVstTimeInfoPtr());
       return Host->FTimeInfoLow ? static_cast<intptr_t>(static_cast<int32_t>(Address)) : Address;
     }
@@ -798,6 +800,8 @@ int32_t TSRVSTHost::HandleCallback(PVSTEffect Effect, int32_t Opcode, int32_t In
     case audioMasterPinConnected: GetIsPinConnected(Index, Value == 0); return 0;
     case audioMasterWantMidi: DoWantMidi(); return 0;
     case audioMasterProcessEvents:
+      // Events from the plug-in reach OnPlugInEvents; the host's own
+      // ProcessEvents sends events the other way, to the plug-in.
       if (Ptr && OnPlugInEvents) OnPlugInEvents(this, *static_cast<const TVstEvents*>(Ptr));
       return 0;
     case audioMasterSetTime:
@@ -819,6 +823,7 @@ int32_t TSRVSTHost::HandleCallback(PVSTEffect Effect, int32_t Opcode, int32_t In
     case audioMasterGetAutomationState: return 4;
     case audioMasterSetOutputSampleRate: SetOutputSampleRate(Opt); return 0;
     case audioMasterGetSpeakerArrangement: return GetOutputSpeakerArrangement();
+    // The plug-in's buffer for these strings holds 64 bytes: longer texts are cut there.
     case audioMasterGetVendorString: CopyToPlugIn(GetHostVendorString(), Ptr, 64); return 0;
     case audioMasterGetProductString: CopyToPlugIn(GetHostProductString(), Ptr, 64); return 0;
     case audioMasterCanDo:
@@ -951,10 +956,12 @@ void TSRVSTHost::ProcessBlock(size_t Samples) {
     Platform::ResetFloatingPointControlWord();
     if (E->EffectFlags.Contains(TEffFlag::effFlagsCanReplacing) && E->ProcessReplacing) {
       E->ProcessReplacing(E, Ins, Outs, Frames);
-    } else if (E->Process) {
+    } else {
+      // The accumulating routine adds to cleared outputs; a plug-in without
+      // one leaves them silent rather than repeating the previous block.
       for (auto& Block : S.OutBlocks) std::memset(Block->GetData(), 0, Block->GetSize());
       std::memset(S.Discard->GetData(), 0, S.Discard->GetSize());
-      E->Process(E, Ins, Outs, Frames);
+      if (E->Process) E->Process(E, Ins, Outs, Frames);
     }
   } else {
     for (auto& Block : S.OutBlocks) std::memset(Block->GetData(), 0, Block->GetSize());
