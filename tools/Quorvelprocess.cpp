@@ -219,6 +219,11 @@ int RunIsolated(const TArgs& Args, const TProcessOptions& O, TOutputFile& File) 
   if (!Child.Started) return Fail(Child.Reason);
   if (Child.Crashed)
     return Fail("the plug-in " + O.PlugIn + " crashed (" + Child.Reason + "); " + O.Output + " was not written");
+  // The child answers 0, 1 or 2 itself; any other status means something
+  // ended it from inside (a plug-in calling exit, a run-time check).
+  if (Child.ExitCode > 2)
+    return Fail("the plug-in " + O.PlugIn + " ended its process with status " + std::to_string(Child.ExitCode) +
+                "; " + O.Output + " was not written");
   return Child.ExitCode;
 }
 
