@@ -720,6 +720,13 @@ bool TSRASIOAudioDevice::Start() {
                                    TASIOSampleRateDidChangeMethod::Bind<&TSRASIOAudioDevice::SampleRateDidChange>(this),
                                    TASIOAsioMessageMethod::Bind<&TSRASIOAudioDevice::AsioMessage>(this),
                                    TASIOBufferSwitchTimeInfoMethod::Bind<&TSRASIOAudioDevice::BufferSwitchTimeInfo>(this));
+  if (!Callbacks) {
+    // Every entry is taken (each start without a close takes one more): a
+    // driver must never be handed a null record.
+    StartFailed(false);
+    Error("Can't get callback", ASE_NoMemory);
+    return true;
+  }
 
   const int32_t Size = FBufferSize.CalculateSize();
   Code = ASIOCreateBuffers(D, FBufferInfos.data(), FEnabledInputs + FEnabledOutputs, Size, Callbacks);

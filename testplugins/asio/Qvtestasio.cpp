@@ -96,9 +96,11 @@ void MakeDefaultConfig(int32_t Slot, TQvTestAsioConfig& C) {
   C.CaptureFrames = 1 << 16;
 }
 
+// The channels behind a count: getChannels answers any count as it is, the
+// tables and the stream hold at most QvTestAsioMaxChannels.
+int32_t TableCount(int32_t N) { return std::min(std::max(N, 0), QvTestAsioMaxChannels); }
+
 bool ConfigValid(const TQvTestAsioConfig& C) {
-  const auto CountOk = [](int32_t N) { return N >= -1 && N <= QvTestAsioMaxChannels; };
-  if (!CountOk(C.InputCount) || !CountOk(C.OutputCount)) return false;
   if (C.MinSize < 1 || C.MinSize > C.PreferredSize || C.PreferredSize > C.MaxSize ||
       C.MaxSize > QvTestAsioMaxBufferSize)
     return false;
@@ -325,7 +327,7 @@ class TDevice {
     if (!Info) return ASE_InvalidParameter;
     std::lock_guard<std::mutex> L(ConfigLock);
     const bool IsInput = Info->isInput != ASIOFalse;
-    const int32_t Count = std::max(0, IsInput ? Config.InputCount : Config.OutputCount);
+    const int32_t Count = TableCount(IsInput ? Config.InputCount : Config.OutputCount);
     if (Info->channel < 0 || Info->channel >= Count) return ASE_InvalidParameter;
     const TQvTestAsioChannel& C = (IsInput ? Config.Inputs : Config.Outputs)[Info->channel];
     const uint32_t Active = (IsInput ? ActiveInputs : ActiveOutputs).load();
@@ -388,8 +390,8 @@ class TDevice {
     if (Stream) return Owner == Caller ? ASE_InvalidMode : ASE_NotPresent;
     const TQvTestAsioConfig C = GetConfig();
     if (!SizeAccepted(C, Size)) return ASE_InvalidMode;
-    const int32_t Inputs = std::max(C.InputCount, 0);
-    const int32_t Outputs = std::max(C.OutputCount, 0);
+    const int32_t Inputs = TableCount(C.InputCount);
+    const int32_t Outputs = TableCount(C.OutputCount);
     uint32_t InMask = 0, OutMask = 0;
     for (int32_t I = 0; I < Num; ++I) {
       const bool IsInput = Infos[I].isInput != ASIOFalse;

@@ -118,8 +118,9 @@ struct TQvTestAsioConfig {
   char DriverName[32];           // getDriverName
   int32_t DriverVersion;         // getDriverVersion
   char ErrorMessage[124];        // getErrorMessage
-  // getChannels answers these as they are (negative ones too); the stream
-  // and getChannelInfo use max(count, 0) channels of the tables below.
+  // getChannels answers these as they are (any value, negative or absurd
+  // ones too); the stream and getChannelInfo use the first
+  // clamp(count, 0, QvTestAsioMaxChannels) channels of the tables below.
   int32_t InputCount;
   int32_t OutputCount;
   TQvTestAsioChannel Inputs[QvTestAsioMaxChannels];
@@ -285,7 +286,7 @@ extern "C" {
 // The slot's built-in configuration (what QvTestAsioReset restores).
 int32_t QvTestAsioDefaultConfig(int32_t Slot, Quorvel::TQvTestAsioConfig* Config) noexcept;
 int32_t QvTestAsioGetConfig(int32_t Slot, Quorvel::TQvTestAsioConfig* Config) noexcept;
-// Checks and takes a configuration: counts -1 .. QvTestAsioMaxChannels,
+// Checks and takes a configuration (channel counts: any value),
 // 1 <= MinSize <= PreferredSize <= MaxSize <= QvTestAsioMaxBufferSize,
 // 0 <= RateCount <= QvTestAsioMaxRates with rates > 0, 0 <= ClockCount <=
 // QvTestAsioMaxClocks, a known pacing, 0 <= CaptureFrames <=

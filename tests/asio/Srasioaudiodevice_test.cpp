@@ -2,6 +2,7 @@
 // from the driver, its answers to the driver's messages, its reports when a
 // driver method fails, and how it survives drivers that behave oddly. The
 // driver is the project's test driver, opened where hosts find drivers.
+#include <climits>
 #include <cstring>
 #include <map>
 #include <string>
@@ -142,7 +143,12 @@ TEST_F(AsioDeviceTest, OpenReadsTheDriverAndStartAnnouncesEachInput) {
   TSRASIOAudioDevice Device;
   Prepare(Device, 0, 4, 2);
   Device.GetSampleRate().SetRate(48000);
+  // The driver parents its control panel to the application's window.
+  int Window = 0;
+  Device.SetApplicationWindow(&Window);
   ASSERT_TRUE(Device.Open());
+  EXPECT_EQ(Stats().InitCalls, 1);
+  EXPECT_EQ(Stats().SysHandle, int64_t(reinterpret_cast<intptr_t>(&Window)));
   EXPECT_TRUE(Device.GetOpened());
   EXPECT_EQ(Device.GetDriverName(), QvTestAsioNames[0]);
   EXPECT_EQ(Device.GetDriverVersion(), 7);
@@ -347,19 +353,26 @@ TEST_F(AsioDeviceFaults, FailuresWhileRunningAndNonsenseFromTheDriver) {
     }
     EXPECT_EQ(Stats().LiveObjects, 0);
   }
-  // Counts the driver should never answer.
-  for (int32_t Count : {-1, 100000}) {
-    Api->Reset(0);
-    TQvTestAsioConfig C = Config();
-    C.InputCount = Count < 0 ? Count : 2;
-    SetConfig(C);
-    if (Count > 0) continue;  // the test driver refuses such a configuration
-    TSRASIOAudioDevice Device;
-    Prepare(Device, 0, 2, 2);
-    Watch(Device);
-    EXPECT_FALSE(Device.Open());
-    ASSERT_EQ(Reports.size(), 1u);
-    EXPECT_EQ(Reports[0].Text, "Can't get channels - Unknown");
+  // Counts no hardware has, on either side, refused at their full width:
+  // 65537 and -65535 would pass as 1 if cut to 16 bits first.
+  for (int32_t Count : {-1, -65535, INT32_MIN, 4097, 65537, INT32_MAX}) {
+    for (bool Input : {true, false}) {
+      SCOPED_TRACE(std::to_string(Count) + (Input ? " inputs" : " outputs"));
+      Api->Reset(0);
+      TQvTestAsioConfig C = Config();
+      (Input ? C.InputCount : C.OutputCount) = Count;
+      SetConfig(C);
+      TSRASIOAudioDevice Device;
+      Prepare(Device, 0, 2, 2);
+      Watch(Device);
+      EXPECT_FALSE(Device.Start());
+      ASSERT_EQ(Reports.size(), 1u);
+      EXPECT_TRUE(Reports[0].Error);
+      EXPECT_EQ(Reports[0].Text, "Can't get channels - Unknown");
+      EXPECT_FALSE(Device.GetOpened());
+      EXPECT_EQ(Stats().CreateBuffersCalls, 0);
+      EXPECT_EQ(Stats().LiveObjects, 0) << "the driver was released";
+    }
   }
   // Unhandled, an error is raised with the code in decimal and hexadecimal.
   Api->Reset(0);
@@ -401,6 +414,40 @@ TEST_F(AsioDeviceTest, CallbackEntriesFollowStartsAndCloses) {
     EXPECT_EQ(LowestFree(), First + 1) << "the first start's entry stays busy";
   }
   EXPECT_EQ(LowestFree(), First) << "a destroyed device leaves no entry bound to it";
+
+  // A device started and stopped without closing until no entry is left:
+  // the start that finds none reports it and never reaches createBuffers.
+  {
+    TQvTestAsioConfig C = Config();
+    C.Pacing = qvpManual;
+    SetConfig(C);
+    TSRASIOAudioDevice Device;
+    Prepare(Device, 0, 1, 1);
+    std::vector<std::string> Errors;
+    Device.OnError = [&](TWBComponent*, const std::string& Text, int32_t, bool& Handled) {
+      Errors.push_back(Text);
+      Handled = true;
+    };
+    const int32_t CreatesBefore = Stats().CreateBuffersCalls;
+    int Starts = 0;
+    for (;;) {
+      Device.SetEnabled(true);
+      if (!Device.GetRunning()) break;
+      ++Starts;
+      Device.SetEnabled(false);
+      ASSERT_LE(Starts, ASIOCallbackEntryCount);
+    }
+    EXPECT_EQ(Starts, ASIOCallbackEntryCount - First);
+    EXPECT_EQ(LowestFree(), -1);
+    EXPECT_EQ(Stats().CreateBuffersCalls - CreatesBefore, Starts) << "no null record reached the driver";
+    ASSERT_EQ(Errors.size(), 1u);
+    EXPECT_EQ(Errors[0], "Can't get callback - Not enough memory for completing the request");
+    EXPECT_TRUE(Device.GetOpened());
+    EXPECT_FALSE(Device.GetEnabled());
+    Device.Close();
+    EXPECT_EQ(Stats().BuffersCreated, 0);
+  }
+  EXPECT_EQ(LowestFree(), First) << "the entries went with the device";
 
   // Another holder of entry 0, and a device that opens and closes.
   PASIOCallbacks Record = nullptr;
