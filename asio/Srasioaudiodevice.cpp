@@ -18,6 +18,10 @@ namespace {
 constexpr int32_t MaxDriverChannels = 4096;
 // Buffer sizes beyond this are refused after the driver accepted them.
 constexpr int32_t MaxRunningSize = 1 << 20;
+// Buffers each channel keeps for reuse while it runs, and the least room
+// each output buffer has for blocks from upstream.
+constexpr size_t RingBuffers = 32;
+constexpr size_t MinRingCapacity = 1024;
 // Room asked for when reading the driver's clock sources.
 constexpr int32_t MaxClockSources = 64;
 
@@ -129,6 +133,40 @@ size_t TSRASIOAudioQueue::GetReadOffset() const {
 size_t TSRASIOAudioQueue::GetCount() const {
   std::lock_guard<std::mutex> L(FMutex);
   return FCount;
+}
+
+// ---- TSRASIOBufferRing ------------------------------------------------------------
+
+void TSRASIOBufferRing::Make(size_t Count, size_t Capacity, unsigned Bits, double SampleRate) {
+  Clear();
+  for (size_t I = 0; I < Count; ++I) {
+    ISRAudioBufferRef B = TSRAudioBuffer::Create(1, Capacity, Bits, SampleRate);
+    if (!B || B->GetSamples() != Capacity) break;
+    FSlots.push_back(std::move(B));
+  }
+  FCapacity = FSlots.empty() ? 0 : Capacity;
+  FBits = Bits;
+}
+
+void TSRASIOBufferRing::Clear() {
+  FSlots.clear();
+  FNext = 0;
+  FCapacity = 0;
+}
+
+ISRAudioBufferRef TSRASIOBufferRing::Take(size_t Samples) noexcept {
+  if (Samples > FCapacity) return nullptr;
+  const size_t N = FSlots.size();
+  for (size_t K = 0; K < N; ++K) {
+    const size_t I = (FNext + K) % N;
+    // Held by the ring alone: every other holder has let go, and the
+    // acquiring count read orders their reads before our writes.
+    if (FSlots[I]->RefCount() != 1) continue;
+    FNext = (I + 1) % N;
+    FSlots[I]->SetSampleCount(Samples);
+    return FSlots[I];
+  }
+  return nullptr;
 }
 
 // ---- property groups ---------------------------------------------------------------
@@ -274,14 +312,16 @@ void TSRASIOOutputChannelItem::SinkDispatch(TPWBasicPin*, TPWBasicPin*, TPWOpera
         States.Include(TPWNotifyState::pnsRefused);
         return;
       }
-      // The sender may reuse its buffer: keep a pooled mono copy.
-      const unsigned Bits = In->GetBits();
-      auto Copy = TSRAudioBuffer::Create(1, In->GetSamples(), Bits, In->GetSampleRate());
+      // The sender may reuse its buffer: keep a mono copy, at the width the
+      // driver's side pops, in one of the channel's own buffers when one is free.
+      ISRAudioBufferRef Copy = FRing.Take(In->GetSamples());
+      if (!Copy) Copy = TSRAudioBuffer::Create(1, In->GetSamples(), In->GetBits(), In->GetSampleRate());
       if (!Copy || Copy->GetSamples() != In->GetSamples()) {
         States.Include(TPWNotifyState::pnsFailed);
         return;
       }
-      ConvertPcmFrames(In->GetData(), In->GetChannels(), Bits, Copy->GetData(), 1, Bits, In->GetSamples());
+      ConvertPcmFrames(In->GetData(), In->GetChannels(), In->GetBits(), Copy->GetData(), 1, Copy->GetBits(),
+                       In->GetSamples());
       FQueue.Push(Copy);
       FPrimed = true;
       FDevice.FCounters.Outputs.fetch_add(1, std::memory_order_relaxed);
@@ -761,14 +801,23 @@ bool TSRASIOAudioDevice::Start() {
     if (Input) {
       auto& Item = FInputChannels.GetItem(Info.channelNum);
       C.Item = &Item;
-      Item.FQueue.Reserve(32);
+      Item.FQueue.Reserve(RingBuffers);
+      if (C.Bits) C.Ring.Make(RingBuffers, static_cast<size_t>(Size), C.Bits, Rate);
       ProcessList.push_back(&Item);
       Inputs.push_back(std::move(C));
     } else {
       auto& Item = FOutputChannels.GetItem(Info.channelNum);
       C.Item = &Item;
-      Item.FQueue.Reserve(32);
+      Item.FQueue.Reserve(RingBuffers);
       if (C.Bits) C.Scratch = TSRAudioBuffer::Create(1, static_cast<size_t>(Size), C.Bits, Rate);
+      {
+        // Upstream blocks need not match the driver's size.
+        TLockGuard P(Item.FPinLock);
+        if (C.Bits)
+          Item.FRing.Make(RingBuffers, std::max<size_t>(static_cast<size_t>(Size), MinRingCapacity), C.Bits, Rate);
+        else
+          Item.FRing.Clear();
+      }
       Outputs.push_back(std::move(C));
     }
   }
@@ -994,8 +1043,11 @@ void TSRASIOAudioDevice::SyncBufferSwitchTimeInfo(TASIOTime*, int32_t Index, TAS
   bool Queued = false;
   for (TRunChannel& C : FRunInputs) {
     if (!C.Bits) continue;
-    auto Buffer = TSRAudioBuffer::Create(1, Samples, C.Bits, FExchangeRate);
-    if (Buffer->GetSamples() != Samples) continue;
+    ISRAudioBufferRef Buffer = C.Ring.Take(Samples);
+    // Every buffer of the channel still downstream: the receivers are far
+    // behind, and this one comes from the shared pool.
+    if (!Buffer) Buffer = TSRAudioBuffer::Create(1, Samples, C.Bits, FExchangeRate);
+    if (!Buffer || Buffer->GetSamples() != Samples) continue;
     ASIOConvertFromDriver(C.Type, C.Halves[Index], Buffer->GetData(), N);
     C.Item->FQueue.Push(Buffer);
     FCounters.Inputs.fetch_add(1, std::memory_order_relaxed);

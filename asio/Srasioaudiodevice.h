@@ -71,6 +71,27 @@ class TSRASIOAudioQueue {
   size_t FOffset = 0;
 };
 
+// Audio buffers of one channel that a running stream reuses: a buffer is
+// handed out again once nobody else holds it, so that the stream's threads
+// allocate nothing. Made and cleared on the main thread while the stream is
+// not running; Take belongs to the one thread that fills the channel's buffers.
+class TSRASIOBufferRing {
+ public:
+  // [main thread] Count buffers of Capacity mono samples of Bits bits.
+  void Make(size_t Count, size_t Capacity, unsigned Bits, double SampleRate);
+  void Clear();  // [main thread]
+  unsigned GetBits() const { return FBits; }
+  // [producer] A buffer of Samples samples that nobody else holds; null when
+  // every buffer is still in use or Samples exceeds the capacity.
+  ISRAudioBufferRef Take(size_t Samples) noexcept;
+
+ private:
+  std::vector<ISRAudioBufferRef> FSlots;
+  size_t FNext = 0;
+  size_t FCapacity = 0;
+  unsigned FBits = 0;
+};
+
 // "Use the driver's current rate, or set this one."
 class TSRASIOSampleRate : public TWBPersistent {
  public:
@@ -202,6 +223,7 @@ class TSRASIOOutputChannelItem : public TSRASIOChannelItem {
   friend class TSRASIOAudioDevice;
   std::unique_ptr<TSRPWAudioSinkPin> FPin;
   std::atomic<bool> FPrimed{false};  // audio arrived since the stream started
+  TSRASIOBufferRing FRing;           // the copies queued for the driver (under the pin lock)
 };
 
 // The input or output channels. Adding, deleting or resizing stops a running device first.
@@ -348,6 +370,7 @@ class TSRASIOAudioDevice : public TWBComponent {
     unsigned Bits = 0;        // audio buffer bits; 0: the channel is not converted
     void* Halves[2] = {nullptr, nullptr};
     ISRAudioBufferRef Scratch;  // outputs: the buffer each exchange pops into
+    TSRASIOBufferRing Ring;     // inputs: the buffers each exchange fills
   };
   bool IntOpen();
   void DropDriver();
