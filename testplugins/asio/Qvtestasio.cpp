@@ -114,6 +114,10 @@ bool ConfigValid(const TQvTestAsioConfig& C) {
   return C.MaxSwitches >= 0;
 }
 
+// How long a driver call waits for the host call an oddity makes from
+// another thread (only a deadlocked host takes that long).
+constexpr auto OddSwitchPatience = std::chrono::seconds(30);
+
 // What the threads need of the configuration, copied when a stream is made
 // and again when it starts.
 struct TSwitchParams {
@@ -789,26 +793,35 @@ class TDevice {
     }
   }
 
-  // Under StreamLock. Calls the host once from a thread of its own and returns
-  // once that call has begun; the thread is never waited for (the host may
-  // hold, until we return, a lock its callback needs).
+  // Under StreamLock. Calls the host once from a thread of its own and waits
+  // for that call to return, so that it always falls inside the driver call
+  // that made it. A host that holds, until we return, a lock its callback
+  // needs would deadlock: after OddSwitchPatience the thread is left to finish
+  // on its own.
   void SpawnOddSwitch(TStream& S, int32_t Index, uint64_t Position, const TSwitchParams& P) {
-    std::shared_ptr<std::atomic<bool>> Entered;
+    struct TDone {
+      std::mutex Lock;
+      std::condition_variable Cond;
+      bool Returned = false;
+    };
+    std::shared_ptr<TDone> Done;
     ++S.OddUsers;
     ++Busy;
     ++Counters.OddThreadsRunning;
     try {
-      Entered = std::make_shared<std::atomic<bool>>(false);
-      std::thread([this, &S, Index, Position, P, Entered] {
+      Done = std::make_shared<TDone>();
+      std::thread([this, &S, Index, Position, P, Done] {
         OnDriverThread = true;
         TASIOTime Time;
         FillInputs(S, Index, Position, P);
-        Entered->store(true);
         CallHost(S, Time, Index, Position, P);
         ++Counters.OddSwitches;
         --Counters.OddThreadsRunning;
         --S.OddUsers;
         --Busy;
+        std::lock_guard<std::mutex> G(Done->Lock);
+        Done->Returned = true;
+        Done->Cond.notify_all();
       }).detach();
     } catch (...) {
       --Counters.OddThreadsRunning;
@@ -816,9 +829,8 @@ class TDevice {
       --Busy;
       return;
     }
-    const auto Deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!Entered->load() && std::chrono::steady_clock::now() < Deadline)
-      std::this_thread::sleep_for(std::chrono::microseconds(100));
+    std::unique_lock<std::mutex> G(Done->Lock);
+    Done->Cond.wait_for(G, OddSwitchPatience, [&] { return Done->Returned; });
   }
 };
 

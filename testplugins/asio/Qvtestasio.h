@@ -90,8 +90,8 @@ enum TQvTestAsioBehaviour : uint32_t {
   qvbNoTimeInfoQuery = 1u << 1,          // never asks kAsioSupportsTimeInfo: always bufferSwitch
   qvbForceTimeInfo = 1u << 2,            // bufferSwitchTimeInfo whatever the host answered
   qvbAlwaysIndexZero = 1u << 3,          // passes buffer index 0 on every switch
-  qvbSwitchDuringCreateBuffers = 1u << 4,// a thread of its own calls the host once while createBuffers runs
-  qvbSwitchDuringStop = 1u << 5,         // a thread of its own calls the host once while stop runs
+  qvbSwitchDuringCreateBuffers = 1u << 4,// a thread of its own calls the host once while createBuffers runs (and it waits for that call)
+  qvbSwitchDuringStop = 1u << 5,         // a thread of its own calls the host once while stop runs (and it waits for that call)
   qvbFalseRateChange = 1u << 6,          // sampleRateDidChange(unchanged rate) after the first switch
   qvbResetRequestOnStart = 1u << 7,      // asioMessage(kAsioResetRequest) from start, after the thread began
   qvbAnyBufferSize = 1u << 8,            // createBuffers takes any size 1..QvTestAsioMaxBufferSize

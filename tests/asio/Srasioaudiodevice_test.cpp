@@ -138,6 +138,7 @@ TEST_F(AsioDeviceTest, OpenReadsTheDriverAndStartAnnouncesEachInput) {
   C.OutputLatency = 456;
   C.DriverVersion = 7;
   C.Behaviours |= qvbAnyBufferSize;
+  C.Pacing = qvpManual;
   SetConfig(C);
 
   TSRASIOAudioDevice Device;
@@ -209,7 +210,8 @@ TEST_F(AsioDeviceTest, OpenReadsTheDriverAndStartAnnouncesEachInput) {
   EXPECT_EQ(TSRASIOAudioDevice::BitDepthForType(ASIOSTFloat64MSB), 64u);
   EXPECT_EQ(TSRASIOAudioDevice::BitDepthForType(ASIOSTInt32LSB20), 32u);
   EXPECT_EQ(TSRASIOAudioDevice::BitDepthForType(ASIOSTDSDInt8NER8), 8u);
-  // Real-time pacing: buffers arrive at the sink on the processing thread.
+  // Buffers arrive at the sink on the processing thread.
+  ASSERT_TRUE(StepLockstep(Device, 3, 0));
   ASSERT_TRUE(WaitUntil([&] { return Device.GetStats().SubmittedBuffers >= 9; }));
   Device.SetEnabled(false);
   EXPECT_FALSE(Device.GetRunning());
