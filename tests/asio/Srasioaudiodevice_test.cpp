@@ -4,7 +4,6 @@
 // driver is the project's test driver, opened where hosts find drivers.
 #include <climits>
 #include <cstring>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -98,16 +97,10 @@ TEST(SrasioAudioDevice, PropertiesKeepTheirRules) {
 
 TEST(SrasioAudioDevice, AnswersTheDriversMessages) {
   TSRASIOAudioDevice Device;
-  std::map<int32_t, int32_t> Supported;
-  for (int32_t V = 0; V <= 16; ++V) Supported[V] = Device.AsioMessage(kAsioSelectorSupported, V, nullptr, nullptr);
-  const std::map<int32_t, int32_t> Want = {{0, 0}, {1, 0}, {2, 1},  {3, 1},  {4, 0},  {5, 1},  {6, 1},  {7, 1}, {8, 1},
-                                           {9, 0}, {10, 1}, {11, 0}, {12, 0}, {13, 0}, {14, 0}, {15, 0}, {16, 0}};
-  EXPECT_EQ(Supported, Want);
-  EXPECT_EQ(Device.AsioMessage(kAsioEngineVersion, 0, nullptr, nullptr), 2);
-  EXPECT_EQ(Device.AsioMessage(kAsioBufferSizeChange, 128, nullptr, nullptr), 0);
-  EXPECT_EQ(Device.AsioMessage(kAsioSupportsTimeInfo, 0, nullptr, nullptr), 1);
-  EXPECT_EQ(Device.AsioMessage(kAsioSupportsTimeCode, 0, nullptr, nullptr), 0) << "though reported as supported";
-  EXPECT_EQ(Device.AsioMessage(99, 0, nullptr, nullptr), 0);
+  // Time code is reported as supported although asking for it answers 0.
+  EXPECT_EQ(Device.AsioMessage(kAsioSelectorSupported, kAsioSupportsTimeCode, nullptr, nullptr), 1);
+  EXPECT_EQ(Device.AsioMessage(kAsioSupportsTimeCode, 0, nullptr, nullptr), 0);
+  EXPECT_EQ(Device.AsioMessage(kAsioSelectorSupported, kAsioBufferSizeChange, nullptr, nullptr), 0);
   EXPECT_EQ(Device.AsioMessage(kAsioResyncRequest, 0, nullptr, nullptr), 1) << "without a handler too";
   int Resyncs = 0, Latencies = 0;
   Device.OnResyncRequest = [&](TSRASIOAudioDevice* S) { Resyncs += S == &Device; };
@@ -207,9 +200,6 @@ TEST_F(AsioDeviceTest, OpenReadsTheDriverAndStartAnnouncesEachInput) {
     EXPECT_EQ(F.Format.nBlockAlign, WantBits[I] / 8);
     EXPECT_EQ(F.Format.nAvgBytesPerSec, 48000u * (WantBits[I] / 8));
   }
-  EXPECT_EQ(TSRASIOAudioDevice::BitDepthForType(ASIOSTFloat64MSB), 64u);
-  EXPECT_EQ(TSRASIOAudioDevice::BitDepthForType(ASIOSTInt32LSB20), 32u);
-  EXPECT_EQ(TSRASIOAudioDevice::BitDepthForType(ASIOSTDSDInt8NER8), 8u);
   // Buffers arrive at the sink on the processing thread.
   ASSERT_TRUE(StepLockstep(Device, 3, 0));
   ASSERT_TRUE(WaitUntil([&] { return Device.GetStats().SubmittedBuffers >= 9; }));
