@@ -68,94 +68,90 @@ std::string ChannelInfoText(bool Input, int32_t Index) {
 
 // ---- TSRASIOAudioQueue ----------------------------------------------------------
 
+namespace {
+constexpr size_t DefaultQueueBuffers = 64;
+}  // namespace
+
+TSRASIOAudioQueue::TSRASIOAudioQueue() : FRing(DefaultQueueBuffers) {}
+
 void TSRASIOAudioQueue::Reserve(size_t Buffers) {
-  std::lock_guard<std::mutex> L(FMutex);
   if (Buffers <= FRing.size()) return;
   std::vector<ISRAudioBufferRef> Ring(Buffers);
-  for (size_t I = 0; I < FCount; ++I) Ring[I] = std::move(At(I));
+  const size_t Head = FHead.load(), Count = FTail.load() - Head;
+  for (size_t I = 0; I < Count; ++I) Ring[I] = std::move(FRing[(Head + I) % FRing.size()]);
   FRing.swap(Ring);
   FHead = 0;
+  FTail = Count;
 }
 
-void TSRASIOAudioQueue::Push(const ISRAudioBufferRef& Buffer) {
-  if (!Buffer) return;
-  std::lock_guard<std::mutex> L(FMutex);
-  if (FCount == FRing.size()) {
-    // Full: grow (only ever beyond the largest backlog seen so far).
-    std::vector<ISRAudioBufferRef> Ring(std::max<size_t>(8, FRing.size() * 2));
-    for (size_t I = 0; I < FCount; ++I) Ring[I] = std::move(At(I));
-    FRing.swap(Ring);
-    FHead = 0;
-  }
-  At(FCount) = Buffer;
-  ++FCount;
-  FTotal += Buffer->GetSamples();
+bool TSRASIOAudioQueue::Push(const ISRAudioBufferRef& Buffer) {
+  if (!Buffer) return true;
+  const size_t Tail = FTail.load(std::memory_order_relaxed);
+  if (Tail - FHead.load(std::memory_order_acquire) == FRing.size()) return false;
+  FRing[Tail % FRing.size()] = Buffer;
+  FTail.store(Tail + 1, std::memory_order_release);
+  FTotal.fetch_add(Buffer->GetSamples(), std::memory_order_release);
+  return true;
 }
 
 bool TSRASIOAudioQueue::Pop(ISRAudioBuffer& Target) {
   const size_t Wanted = Target.GetSamples();
-  std::lock_guard<std::mutex> L(FMutex);
-  if (Wanted > FTotal) return false;
+  // The total counts only buffers whose slots are already published.
+  if (Wanted > FTotal.load(std::memory_order_acquire)) return false;
   uint8_t* Dst = Target.GetData();
   const unsigned DstBits = Target.GetBits();
+  size_t Head = FHead.load(std::memory_order_relaxed);
+  size_t Offset = FOffset.load(std::memory_order_relaxed);
   size_t Done = 0;
   while (Done < Wanted) {
-    ISRAudioBufferRef& Head = At(0);
-    const size_t Available = Head->GetSamples() - FOffset;
+    ISRAudioBufferRef& Slot = FRing[Head % FRing.size()];
+    const size_t Available = Slot->GetSamples() - Offset;
     const size_t Run = std::min(Available, Wanted - Done);
-    ConvertPcmFrames(Head->GetData() + FOffset * Head->GetFrameBytes(), Head->GetChannels(), Head->GetBits(),
+    ConvertPcmFrames(Slot->GetData() + Offset * Slot->GetFrameBytes(), Slot->GetChannels(), Slot->GetBits(),
                      Dst + Done * Target.GetFrameBytes(), Target.GetChannels(), DstBits, Run);
     Done += Run;
     if (Run < Available) {
-      FOffset += Run;
+      Offset += Run;
     } else {
-      Head.Reset();
-      FHead = (FHead + 1) % FRing.size();
-      --FCount;
-      FOffset = 0;
+      Slot.Reset();
+      FHead.store(++Head, std::memory_order_release);
+      Offset = 0;
     }
   }
-  FTotal -= Wanted;
+  FOffset.store(Offset, std::memory_order_relaxed);
+  FTotal.fetch_sub(Wanted, std::memory_order_release);
   return true;
 }
 
 ISRAudioBufferRef TSRASIOAudioQueue::PopBuffer() {
-  std::lock_guard<std::mutex> L(FMutex);
-  if (FCount == 0) return nullptr;
-  ISRAudioBufferRef Head = std::move(At(0));
-  FHead = (FHead + 1) % FRing.size();
-  --FCount;
-  FTotal -= Head->GetSamples() - FOffset;
-  if (FOffset) {
+  const size_t Head = FHead.load(std::memory_order_relaxed);
+  if (FTail.load(std::memory_order_acquire) == Head) return nullptr;
+  ISRAudioBufferRef Item = std::move(FRing[Head % FRing.size()]);
+  const size_t Offset = FOffset.load(std::memory_order_relaxed);
+  FHead.store(Head + 1, std::memory_order_release);
+  FTotal.fetch_sub(Item->GetSamples() - Offset, std::memory_order_release);
+  if (Offset) {
     // The head was partly read: hand out the rest only.
-    const size_t Left = Head->GetSamples() - FOffset;
-    auto Rest = TSRAudioBuffer::Create(Head->GetChannels(), Left, Head->GetBits(), Head->GetSampleRate());
-    std::memcpy(Rest->GetData(), Head->GetData() + FOffset * Head->GetFrameBytes(), Left * Head->GetFrameBytes());
-    FOffset = 0;
+    FOffset.store(0, std::memory_order_relaxed);
+    const size_t Left = Item->GetSamples() - Offset;
+    auto Rest = TSRAudioBuffer::Create(Item->GetChannels(), Left, Item->GetBits(), Item->GetSampleRate());
+    std::memcpy(Rest->GetData(), Item->GetData() + Offset * Item->GetFrameBytes(), Left * Item->GetFrameBytes());
     return Rest;
   }
-  return Head;
+  return Item;
 }
 
 void TSRASIOAudioQueue::Clear() {
-  std::lock_guard<std::mutex> L(FMutex);
   for (auto& B : FRing) B.Reset();
-  FHead = FCount = FTotal = FOffset = 0;
-}
-
-size_t TSRASIOAudioQueue::GetTotal() const {
-  std::lock_guard<std::mutex> L(FMutex);
-  return FTotal;
-}
-
-size_t TSRASIOAudioQueue::GetReadOffset() const {
-  std::lock_guard<std::mutex> L(FMutex);
-  return FOffset;
+  FHead = 0;
+  FTail = 0;
+  FTotal = 0;
+  FOffset = 0;
 }
 
 size_t TSRASIOAudioQueue::GetCount() const {
-  std::lock_guard<std::mutex> L(FMutex);
-  return FCount;
+  const size_t Head = FHead.load(std::memory_order_acquire);
+  return FTail.load(std::memory_order_acquire) - Head;
 }
 
 // ---- TSRASIOBufferRing ------------------------------------------------------------
@@ -304,7 +300,7 @@ std::string TSRASIOChannelItem::GetPinOwnerName() const { return FDevice.GetName
 
 TSRASIOStreamCounters& TSRASIOChannelItem::Counters() { return FDevice.FCounters; }
 
-void TSRASIOStreamCounters::Reset() { Switches = Skipped = Inputs = Submitted = Outputs = Lost = 0; }
+void TSRASIOStreamCounters::Reset() { Switches = Skipped = Inputs = Submitted = Outputs = Lost = Dropped = 0; }
 
 bool TSRASIOChannelItem::Assign(const TWBPersistent& Source) {
   auto* S = dynamic_cast<const TSRASIOChannelItem*>(&Source);
@@ -330,6 +326,13 @@ void TSRASIOInputChannelItem::NewThreadAudio() {
     FPin->SubmitBuffer(Buffer);
     Counters().Submitted.fetch_add(1, std::memory_order_relaxed);
   }
+}
+
+void TSRASIOInputChannelItem::SubmitNow(const ISRAudioBufferRef& Buffer) {
+  TLockGuard G(FPinLock);
+  if (!FStarted.load()) return;
+  FPin->SubmitBuffer(Buffer.Get());
+  Counters().Submitted.fetch_add(1, std::memory_order_relaxed);
 }
 
 void TSRASIOInputChannelItem::BeginStream(const TSRWaveFormatExtensible& Format) {
@@ -375,7 +378,11 @@ void TSRASIOOutputChannelItem::SinkDispatch(TPWBasicPin*, TPWBasicPin*, TPWOpera
       }
       ConvertPcmFrames(In->GetData(), In->GetChannels(), In->GetBits(), Copy->GetData(), 1, Copy->GetBits(),
                        In->GetSamples());
-      FQueue.Push(Copy);
+      if (!FQueue.Push(Copy)) {
+        Counters().Dropped.fetch_add(1, std::memory_order_relaxed);
+        States.Include(TPWNotifyState::pnsFailed);
+        return;
+      }
       FPrimed = true;
       Counters().Outputs.fetch_add(1, std::memory_order_relaxed);
       break;
@@ -878,6 +885,7 @@ bool TSRASIOAudioDevice::Start() {
     FExchange.Driver = D;
     FExchange.Size = Size;
     FExchange.Rate = Rate;
+    FExchange.OnDriverThread = FProcessOnDriverThread.load();
     FExchange.Active = true;
   }
   TUndo Exchange([this] { CloseExchange(true); });
@@ -988,6 +996,7 @@ TSRASIOAudioDeviceStats TSRASIOAudioDevice::GetStats() const {
   S.SubmittedBuffers = FCounters.Submitted.load();
   S.OutputBuffers = FCounters.Outputs.load();
   S.LostBuffers = FCounters.Lost.load();
+  S.DroppedBuffers = FCounters.Dropped.load();
   return S;
 }
 
@@ -1082,9 +1091,16 @@ void TSRASIOAudioDevice::SyncBufferSwitchTimeInfo(TASIOTime*, int32_t Index, TAS
     if (!Buffer) Buffer = TSRAudioBuffer::Create(1, Samples, C.Bits, FExchange.Rate);
     if (!Buffer || Buffer->GetSamples() != Samples) continue;
     ASIOConvertFromDriver(C.Type, C.Halves[Index], Buffer->GetData(), N);
-    C.Item->GetQueue().Push(Buffer);
     FCounters.Inputs.fetch_add(1, std::memory_order_relaxed);
-    Queued = true;
+    auto* Item = static_cast<TSRASIOInputChannelItem*>(C.Item);
+    if (FExchange.OnDriverThread) {
+      Item->SubmitNow(Buffer);
+    } else if (Item->GetQueue().Push(Buffer)) {
+      Queued = true;
+    } else {
+      // The processing thread is a whole queue behind.
+      FCounters.Dropped.fetch_add(1, std::memory_order_relaxed);
+    }
   }
   if (Queued && FThread) FThread->Signal();
   FCounters.Switches.fetch_add(1, std::memory_order_relaxed);

@@ -38,45 +38,46 @@ class TSRASIOAudioDevice;
 // The counters of the running stream (TSRASIOAudioDeviceStats), which the
 // device and its channel items add to on their threads.
 struct TSRASIOStreamCounters {
-  std::atomic<uint64_t> Switches{0}, Skipped{0}, Inputs{0}, Submitted{0}, Outputs{0}, Lost{0};
+  std::atomic<uint64_t> Switches{0}, Skipped{0}, Inputs{0}, Submitted{0}, Outputs{0}, Lost{0}, Dropped{0};
   void Reset();
 };
 
 
 // A FIFO of mono audio buffers with the samples it holds and the read offset
-// into the head buffer. Push and Pop may run on two threads at once (one
-// producer, one consumer); each holds an internal lock for a few pointer
-// moves and, in Pop, one copy of at most the target's size. Storage grows
-// only when more buffers are held than ever before.
+// into the head buffer, for one producer thread and one consumer thread: a
+// ring of fixed capacity with atomic head and tail, so that neither side
+// locks, waits or allocates. Reserve and Clear belong to the main thread
+// while neither side runs (stream stopped, or both excluded by the channel's
+// pin lock and a closed exchange).
 class TSRASIOAudioQueue {
  public:
-  TSRASIOAudioQueue() = default;
+  TSRASIOAudioQueue();
   TSRASIOAudioQueue(const TSRASIOAudioQueue&) = delete;
   TSRASIOAudioQueue& operator=(const TSRASIOAudioQueue&) = delete;
 
-  // [main thread] Makes room for Buffers buffers.
+  // [main thread, stream stopped] Makes room for at least Buffers buffers.
   void Reserve(size_t Buffers);
-  // [producer] Appends Buffer (the queue keeps a reference) and adds its samples to the total.
-  void Push(const ISRAudioBufferRef& Buffer);
+  size_t GetCapacity() const { return FRing.size(); }
+  // [producer] Appends Buffer (the queue keeps a reference) and adds its
+  // samples to the total; false, keeping nothing, when the queue is full.
+  bool Push(const ISRAudioBufferRef& Buffer);
   // [consumer] Fills Target exactly: false, taking nothing, when fewer
   // samples are held than Target has. Samples are converted to Target's width.
   bool Pop(ISRAudioBuffer& Target);
   // [consumer] Takes the head buffer whole (from the read offset on); null when empty.
   ISRAudioBufferRef PopBuffer();
-  // [any thread] Empties the queue and resets both counters.
+  // [main thread, stream stopped] Empties the queue and resets both counters.
   void Clear();
-  size_t GetTotal() const;       // [any thread] samples held
-  size_t GetReadOffset() const;  // [any thread]
-  size_t GetCount() const;       // [any thread] buffers held
+  size_t GetTotal() const { return FTotal.load(std::memory_order_acquire); }  // [any thread] samples held
+  size_t GetReadOffset() const { return FOffset.load(std::memory_order_relaxed); }  // [any thread]
+  size_t GetCount() const;  // [any thread] buffers held
 
  private:
-  ISRAudioBufferRef& At(size_t I) { return FRing[(FHead + I) % FRing.size()]; }
-  mutable std::mutex FMutex;
   std::vector<ISRAudioBufferRef> FRing;
-  size_t FHead = 0;
-  size_t FCount = 0;
-  size_t FTotal = 0;
-  size_t FOffset = 0;
+  std::atomic<size_t> FHead{0};    // next slot to read (consumer)
+  std::atomic<size_t> FTail{0};    // next slot to write (producer)
+  std::atomic<size_t> FTotal{0};   // samples held, from the read offset on
+  std::atomic<size_t> FOffset{0};  // into the head buffer (consumer)
 };
 
 // Audio buffers of one channel that a running stream reuses: a buffer is
@@ -206,6 +207,8 @@ class TSRASIOInputChannelItem : public TSRASIOChannelItem {
   TSRPWAudioSourcePin& GetOutputPin() { return *FPin; }
   // [processing thread] Submits every queued buffer to the pin, in order.
   void NewThreadAudio();
+  // [driver thread] Submits Buffer to the pin at once (ProcessOnDriverThread).
+  void SubmitNow(const ISRAudioBufferRef& Buffer);
   // [main thread] The device starts the channel: an empty queue, and the
   // format announced on the pin.
   void BeginStream(const TSRWaveFormatExtensible& Format);
@@ -307,6 +310,7 @@ struct TSRASIOAudioDeviceStats {
   uint64_t SubmittedBuffers = 0;  // of those, submitted to the pins
   uint64_t OutputBuffers = 0;     // buffers that arrived at the output pins
   uint64_t LostBuffers = 0;       // output half-buffers sent silent because the audio for them was late
+  uint64_t DroppedBuffers = 0;    // buffers dropped because their channel's queue was full
 };
 
 // Where the device is in its life. The driver is held from Open to Close;
@@ -383,6 +387,13 @@ class TSRASIOAudioDevice : public TWBComponent {
   // When set, each output channel asks upstream for more audio after every exchange.
   bool GetMasterPumping() const { return FMasterPumping.load(); }
   void SetMasterPumping(bool Value) { FMasterPumping = Value; }
+  // When set, the next start hands input audio to the pins on the driver's
+  // thread, inside the buffer switch, instead of on the processing thread:
+  // one thread hand-off less per switch. Only for chains that neither wait
+  // nor allocate nor take contended locks while processing a block (and do
+  // not call the device's Stop or Close from it); default false.
+  bool GetProcessOnDriverThread() const { return FProcessOnDriverThread.load(); }
+  void SetProcessOnDriverThread(bool Value) { FProcessOnDriverThread = Value; }
   // The window handle the driver is given at init (default none). Set it
   // before the device opens: drivers parent their control panel to it.
   void* GetApplicationWindow() const { return FWindow; }
@@ -476,6 +487,7 @@ class TSRASIOAudioDevice : public TWBComponent {
   struct TExchange {
     std::mutex Lock;
     bool Active = false;
+    bool OnDriverThread = false;  // ProcessOnDriverThread, as the stream started
     IASIO* Driver = nullptr;
     int32_t Size = 0;
     double Rate = 0.0;
@@ -506,6 +518,7 @@ class TSRASIOAudioDevice : public TWBComponent {
   TSRASIOAvailableChannels FAvailableInputs;
   TSRASIOAvailableChannels FAvailableOutputs;
   std::atomic<bool> FMasterPumping{false};
+  std::atomic<bool> FProcessOnDriverThread{false};
   void* FWindow = nullptr;
 
   // Read on open.

@@ -57,12 +57,24 @@ TEST(SrasioAudioQueue, PopsExactlyAcrossBuffersOrNotAtAll) {
   EXPECT_EQ(Rest->GetSamples(), 2u);
   EXPECT_EQ(Rest->GetSample(0, 0), 12);
   EXPECT_EQ(Q.GetTotal(), 4u);
-  // Growing past the reserved room keeps the order.
-  for (int I = 0; I < 40; ++I) Q.Push(Ramp(1, 1000 + I));
+  // Round the ring more than once; a full queue refuses a buffer and keeps
+  // what it holds.
   EXPECT_EQ(Q.PopBuffer()->GetSample(0, 0), 20);
-  auto One = TSRAudioBuffer::Create(1, 1, 16, 48000);
-  ASSERT_TRUE(Q.Pop(*One));
-  EXPECT_EQ(One->GetSample(0, 0), 1000);
+  const size_t Capacity = Q.GetCapacity();
+  for (size_t Round = 0; Round < 3; ++Round) {
+    for (size_t I = 0; I < Capacity; ++I) ASSERT_TRUE(Q.Push(Ramp(1, int32_t(1000 + I))));
+    EXPECT_FALSE(Q.Push(Ramp(1, 0)));
+    EXPECT_EQ(Q.GetTotal(), Capacity);
+    auto One = TSRAudioBuffer::Create(1, 1, 16, 48000);
+    for (size_t I = 0; I < Capacity; ++I) {
+      ASSERT_TRUE(Q.Pop(*One));
+      ASSERT_EQ(One->GetSample(0, 0), int32_t(1000 + I));
+    }
+  }
+  Q.Push(Ramp(2, 7));
+  Q.Reserve(Capacity * 2);
+  EXPECT_EQ(Q.GetCapacity(), Capacity * 2);
+  EXPECT_EQ(Q.PopBuffer()->GetSample(1, 0), 8) << "reserving keeps what is held";
   Q.Clear();
   EXPECT_EQ(Q.GetTotal(), 0u);
   EXPECT_EQ(Q.GetCount(), 0u);
