@@ -231,6 +231,12 @@ void ScaledDoubleToInt(void* SrcDst, void* Dst, size_t N, double Scale) {
   if (Done < N) ScalarKernels.ScaledDoubleToInt[Swapped](At(SrcDst, 8 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
 
+// The ASIO conversions of this set, each one direct call into its kernels.
+constexpr TConversions Sse2Conversions =
+    MakeConversions<Swap16, Swap24, Swap32, IntToFloatScaled<false>, IntToFloatScaled<true>, IntToDoubleDivided<false>,
+                    IntToDoubleDivided<true>, ScaledFloatToInt<false>, ScaledFloatToInt<true>,
+                    ScaledDoubleToInt<false>, ScaledDoubleToInt<true>>();
+
 }  // namespace
 
 const TKernels Sse2Kernels = {
@@ -241,6 +247,7 @@ const TKernels Sse2Kernels = {
     {IntToDoubleDivided<false>, IntToDoubleDivided<true>},
     {ScaledFloatToInt<false>, ScaledFloatToInt<true>},
     {ScaledDoubleToInt<false>, ScaledDoubleToInt<true>},
+    &Sse2Conversions,
 };
 
 bool CpuHasAvx2AndFma() noexcept {
