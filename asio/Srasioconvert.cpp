@@ -305,30 +305,20 @@ IppStatus ippsDivC_64f_I(Ipp64f val, Ipp64f* pSrcDst, int len) noexcept {
 
 namespace {
 
-// What one sample type takes: the operation, the buffer bits, the driver's
-// bytes a sample, and whether the driver's side is big-endian.
-enum class TSampleOp : uint8_t { None, Copy, Swap16, Swap24, Swap32, Float32, Float64 };
-
+// What one sample type takes: the buffer bits and the driver's bytes a sample.
 struct TSampleInfo {
-  TSampleOp Op;
   uint8_t BufferBits;
   uint8_t DriverBytes;
-  bool BigEndian;
 };
 
-constexpr TSampleInfo NotConverted = {TSampleOp::None, 0, 0, false};
-constexpr TSampleInfo Int16 = {TSampleOp::Copy, 16, 2, false}, Int16Msb = {TSampleOp::Swap16, 16, 2, true};
-constexpr TSampleInfo Int24 = {TSampleOp::Copy, 24, 3, false}, Int24Msb = {TSampleOp::Swap24, 24, 3, true};
-constexpr TSampleInfo Int32 = {TSampleOp::Copy, 32, 4, false}, Int32Msb = {TSampleOp::Swap32, 32, 4, true};
-constexpr TSampleInfo Float32 = {TSampleOp::Float32, 32, 4, false}, Float32Msb = {TSampleOp::Float32, 32, 4, true};
-constexpr TSampleInfo Float64 = {TSampleOp::Float64, 32, 8, false}, Float64Msb = {TSampleOp::Float64, 32, 8, true};
+constexpr TSampleInfo NotConverted = {0, 0}, Int16 = {16, 2}, Int24 = {24, 3}, Int32 = {32, 4}, Float64 = {32, 8};
 
 // By sample type value, up to ASIOSTInt32LSB24 (27); the rest are not converted.
 constexpr TSampleInfo SampleInfos[28] = {
-    Int16Msb,     Int24Msb,     Int32Msb,     Float32Msb,   Float64Msb,   NotConverted, NotConverted, NotConverted,
-    Int32Msb,     Int32Msb,     Int32Msb,     Int32Msb,     NotConverted, NotConverted, NotConverted, NotConverted,
-    Int16,        Int24,        Int32,        Float32,      Float64,      NotConverted, NotConverted, NotConverted,
-    Int32,        Int32,        Int32,        Int32,
+    Int16, Int24, Int32, Int32, Float64, NotConverted, NotConverted, NotConverted,
+    Int32, Int32, Int32, Int32, NotConverted, NotConverted, NotConverted, NotConverted,
+    Int16, Int24, Int32, Int32, Float64, NotConverted, NotConverted, NotConverted,
+    Int32, Int32, Int32, Int32,
 };
 static_assert(ASIOSTInt16MSB == 0 && ASIOSTFloat64MSB == 4 && ASIOSTInt32MSB16 == 8 && ASIOSTInt32MSB24 == 11 &&
                   ASIOSTInt16LSB == 16 && ASIOSTFloat64LSB == 20 && ASIOSTInt32LSB16 == 24 && ASIOSTInt32LSB24 == 27,
