@@ -103,10 +103,10 @@ void Swap24(const void* Src, void* Dst, size_t N) {
     }
   };
   const size_t Bytes = 3 * N;
-  ScalarKernels.Swap24(S, D, 1);
+  SwapOne24(S, D);
   for (size_t O = 3; O + BlockBytes + 2 <= Bytes; O += BlockBytes) Block(O);
   Block((Bytes - BlockBytes - 2) / 3 * 3);
-  ScalarKernels.Swap24(S + Bytes - 3, D + Bytes - 3, 1);
+  SwapOne24(S + Bytes - 3, D + Bytes - 3);
 }
 
 void Int32ToFloat(const void* Src, void* Dst, size_t N) {

@@ -141,6 +141,14 @@ bool CpuHasAvx2AndFma() noexcept;
 // saturated to int32: the general form of FloatToInt32 and DoubleToInt32.
 void ScaledToInt32(const void* Src, bool Double, void* Dst, size_t N, int Mode, int ScaleFactor);
 
+// One packed 3-byte sample swapped (the ends of the vector Swap24 kernels).
+inline void SwapOne24(const uint8_t* S, uint8_t* D) {
+  const uint8_t B0 = S[0], B2 = S[2];
+  D[1] = S[1];
+  D[0] = B2;
+  D[2] = B0;
+}
+
 // Byte masks for swapping packed 3-byte samples with vectors of VecBytes
 // bytes, in blocks of three vectors: Mask[V][P][J] selects byte J of vector V
 // of a block when its position in the block is P modulo 3.
