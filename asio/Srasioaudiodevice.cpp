@@ -405,7 +405,9 @@ void TSRASIOOutputChannelItem::BeginStream() {
 }
 
 void TSRASIOOutputChannelItem::PrepareCopies(size_t Samples, unsigned Bits, double SampleRate) {
+  // Under the pin lock: audio from upstream may already be arriving.
   TLockGuard P(FPinLock);
+  FQueue.Reserve(RingBuffers);
   if (Bits)
     FRing.Make(RingBuffers, std::max(Samples, MinRingCapacity), Bits, SampleRate);
   else
@@ -865,7 +867,6 @@ bool TSRASIOAudioDevice::Start() {
     } else {
       auto& Item = FOutputChannels.GetItem(Info.channelNum);
       C.Item = &Item;
-      Item.GetQueue().Reserve(RingBuffers);
       if (C.Bits) C.Scratch = TSRAudioBuffer::Create(1, static_cast<size_t>(Size), C.Bits, Rate);
       // Upstream blocks need not match the driver's size.
       Item.PrepareCopies(static_cast<size_t>(Size), C.Bits, Rate);

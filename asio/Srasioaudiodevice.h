@@ -240,8 +240,9 @@ class TSRASIOOutputChannelItem : public TSRASIOChannelItem {
   bool GetPrimed() const { return FPrimed.load(); }
   // [main thread] The device starts the channel with an empty queue.
   void BeginStream();
-  // [main thread] Buffers for the copies of arriving audio, of the width the
-  // driver's side takes, with room for at least Samples samples.
+  // [main thread] Room in the queue, and buffers for the copies of arriving
+  // audio, of the width the driver's side takes, with room for at least
+  // Samples samples.
   void PrepareCopies(size_t Samples, unsigned Bits, double SampleRate);
   // [main thread] The device ends the channel's stream; arriving audio is refused.
   void EndStream() { FStarted = false; }
