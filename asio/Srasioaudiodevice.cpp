@@ -323,16 +323,18 @@ void TSRASIOInputChannelItem::NewThreadAudio() {
   while (FStarted.load()) {
     ISRAudioBufferRef Buffer = FQueue.PopBuffer();
     if (!Buffer) break;
-    FPin->SubmitBuffer(Buffer);
+    // Counted first: what the chain sends back during the call may be seen
+    // (and counted) by another thread before it returns.
     Counters().Submitted.fetch_add(1, std::memory_order_relaxed);
+    FPin->SubmitBuffer(Buffer);
   }
 }
 
 void TSRASIOInputChannelItem::SubmitNow(const ISRAudioBufferRef& Buffer) {
   TLockGuard G(FPinLock);
   if (!FStarted.load()) return;
-  FPin->SubmitBuffer(Buffer.Get());
   Counters().Submitted.fetch_add(1, std::memory_order_relaxed);
+  FPin->SubmitBuffer(Buffer.Get());
 }
 
 void TSRASIOInputChannelItem::BeginStream(const TSRWaveFormatExtensible& Format) {
