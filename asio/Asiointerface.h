@@ -14,10 +14,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "frame/Sraudioformat.h"
-#include "frame/Wbbuffers.h"  // TRef
+#include "platform/Guid.h"
 
 namespace Quorvel {
 
@@ -374,7 +374,30 @@ class IASIO {
 // CoInitialize) on its main thread before opening drivers, as every ASIO host
 // does, and uses each driver on the thread that opened it.
 
-using IASIORef = TRef<IASIO>;
+// A counted reference to a driver object: AddRef when taken, Release when let go.
+class IASIORef {
+ public:
+  IASIORef() noexcept = default;
+  IASIORef(std::nullptr_t) noexcept {}
+  explicit IASIORef(IASIO* P) noexcept : FPtr(P) { if (FPtr) FPtr->AddRef(); }
+  IASIORef(const IASIORef& O) noexcept : IASIORef(O.FPtr) {}
+  IASIORef(IASIORef&& O) noexcept : FPtr(O.Detach()) {}
+  ~IASIORef() { if (FPtr) FPtr->Release(); }
+  IASIORef& operator=(IASIORef O) noexcept { std::swap(FPtr, O.FPtr); return *this; }
+
+  IASIO* Get() const noexcept { return FPtr; }
+  IASIO* operator->() const noexcept { return FPtr; }
+  IASIO& operator*() const noexcept { return *FPtr; }
+  explicit operator bool() const noexcept { return FPtr != nullptr; }
+  IASIO* Detach() noexcept { IASIO* P = FPtr; FPtr = nullptr; return P; }
+  void Reset() noexcept { IASIORef().Swap(*this); }
+  void Swap(IASIORef& O) noexcept { std::swap(FPtr, O.FPtr); }
+  friend bool operator==(const IASIORef& A, const IASIORef& B) { return A.FPtr == B.FPtr; }
+  friend bool operator!=(const IASIORef& A, const IASIORef& B) { return A.FPtr != B.FPtr; }
+
+ private:
+  IASIO* FPtr = nullptr;
+};
 
 // [main thread] Makes the calling thread a single-threaded COM apartment if
 // it is none yet. False when it is already multithreaded or COM failed. Does

@@ -18,6 +18,10 @@ namespace {
 constexpr int32_t MaxDriverChannels = 4096;
 // Buffer sizes beyond this are refused after the driver accepted them.
 constexpr int32_t MaxRunningSize = 1 << 20;
+// Buffers each channel keeps for reuse while it runs, and the least room
+// each output buffer has for blocks from upstream.
+constexpr size_t RingBuffers = 32;
+constexpr size_t MinRingCapacity = 1024;
 // Room asked for when reading the driver's clock sources.
 constexpr int32_t MaxClockSources = 64;
 
@@ -28,6 +32,29 @@ thread_local const void* GExchanging = nullptr;
 struct TExchangeMark {
   explicit TExchangeMark(const void* Device) { GExchanging = Device; }
   ~TExchangeMark() { GExchanging = nullptr; }
+};
+
+// Undoes one acquired resource when a step after it fails; Keep() once the
+// whole sequence succeeded.
+template <typename F>
+class TUndo {
+ public:
+  explicit TUndo(F Fn) : FFn(std::move(Fn)) {}
+  ~TUndo() {
+    if (FArmed) FFn();
+  }
+  TUndo(const TUndo&) = delete;
+  TUndo& operator=(const TUndo&) = delete;
+  void Keep() { FArmed = false; }
+  // Undoes at once (and not again at the end of the scope).
+  void Now() {
+    if (FArmed) FFn();
+    FArmed = false;
+  }
+
+ private:
+  F FFn;
+  bool FArmed = true;
 };
 
 std::string ChannelInfoText(bool Input, int32_t Index) {
@@ -41,94 +68,124 @@ std::string ChannelInfoText(bool Input, int32_t Index) {
 
 // ---- TSRASIOAudioQueue ----------------------------------------------------------
 
+namespace {
+constexpr size_t DefaultQueueBuffers = 64;
+}  // namespace
+
+TSRASIOAudioQueue::TSRASIOAudioQueue() : FRing(DefaultQueueBuffers) {}
+
 void TSRASIOAudioQueue::Reserve(size_t Buffers) {
-  std::lock_guard<std::mutex> L(FMutex);
   if (Buffers <= FRing.size()) return;
   std::vector<ISRAudioBufferRef> Ring(Buffers);
-  for (size_t I = 0; I < FCount; ++I) Ring[I] = std::move(At(I));
+  const size_t Head = FHead.load(), Count = FTail.load() - Head;
+  for (size_t I = 0; I < Count; ++I) Ring[I] = std::move(FRing[(Head + I) % FRing.size()]);
   FRing.swap(Ring);
   FHead = 0;
+  FTail = Count;
 }
 
-void TSRASIOAudioQueue::Push(const ISRAudioBufferRef& Buffer) {
-  if (!Buffer) return;
-  std::lock_guard<std::mutex> L(FMutex);
-  if (FCount == FRing.size()) {
-    // Full: grow (only ever beyond the largest backlog seen so far).
-    std::vector<ISRAudioBufferRef> Ring(std::max<size_t>(8, FRing.size() * 2));
-    for (size_t I = 0; I < FCount; ++I) Ring[I] = std::move(At(I));
-    FRing.swap(Ring);
-    FHead = 0;
-  }
-  At(FCount) = Buffer;
-  ++FCount;
-  FTotal += Buffer->GetSamples();
+bool TSRASIOAudioQueue::Push(const ISRAudioBufferRef& Buffer) {
+  if (!Buffer) return true;
+  const size_t Tail = FTail.load(std::memory_order_relaxed);
+  if (Tail - FHead.load(std::memory_order_acquire) == FRing.size()) return false;
+  FRing[Tail % FRing.size()] = Buffer;
+  FTail.store(Tail + 1, std::memory_order_release);
+  FTotal.fetch_add(Buffer->GetSamples(), std::memory_order_release);
+  return true;
 }
 
 bool TSRASIOAudioQueue::Pop(ISRAudioBuffer& Target) {
   const size_t Wanted = Target.GetSamples();
-  std::lock_guard<std::mutex> L(FMutex);
-  if (Wanted > FTotal) return false;
+  // The total counts only buffers whose slots are already published.
+  if (Wanted > FTotal.load(std::memory_order_acquire)) return false;
   uint8_t* Dst = Target.GetData();
   const unsigned DstBits = Target.GetBits();
+  size_t Head = FHead.load(std::memory_order_relaxed);
+  size_t Offset = FOffset.load(std::memory_order_relaxed);
   size_t Done = 0;
   while (Done < Wanted) {
-    ISRAudioBufferRef& Head = At(0);
-    const size_t Available = Head->GetSamples() - FOffset;
+    ISRAudioBufferRef& Slot = FRing[Head % FRing.size()];
+    const size_t Available = Slot->GetSamples() - Offset;
     const size_t Run = std::min(Available, Wanted - Done);
-    ConvertPcmFrames(Head->GetData() + FOffset * Head->GetFrameBytes(), Head->GetChannels(), Head->GetBits(),
+    ConvertPcmFrames(Slot->GetData() + Offset * Slot->GetFrameBytes(), Slot->GetChannels(), Slot->GetBits(),
                      Dst + Done * Target.GetFrameBytes(), Target.GetChannels(), DstBits, Run);
     Done += Run;
     if (Run < Available) {
-      FOffset += Run;
+      Offset += Run;
     } else {
-      Head.Reset();
-      FHead = (FHead + 1) % FRing.size();
-      --FCount;
-      FOffset = 0;
+      Slot.Reset();
+      FHead.store(++Head, std::memory_order_release);
+      Offset = 0;
     }
   }
-  FTotal -= Wanted;
+  FOffset.store(Offset, std::memory_order_relaxed);
+  FTotal.fetch_sub(Wanted, std::memory_order_release);
   return true;
 }
 
 ISRAudioBufferRef TSRASIOAudioQueue::PopBuffer() {
-  std::lock_guard<std::mutex> L(FMutex);
-  if (FCount == 0) return nullptr;
-  ISRAudioBufferRef Head = std::move(At(0));
-  FHead = (FHead + 1) % FRing.size();
-  --FCount;
-  FTotal -= Head->GetSamples() - FOffset;
-  if (FOffset) {
+  const size_t Head = FHead.load(std::memory_order_relaxed);
+  if (FTail.load(std::memory_order_acquire) == Head) return nullptr;
+  ISRAudioBufferRef Item = std::move(FRing[Head % FRing.size()]);
+  const size_t Offset = FOffset.load(std::memory_order_relaxed);
+  FHead.store(Head + 1, std::memory_order_release);
+  FTotal.fetch_sub(Item->GetSamples() - Offset, std::memory_order_release);
+  if (Offset) {
     // The head was partly read: hand out the rest only.
-    const size_t Left = Head->GetSamples() - FOffset;
-    auto Rest = TSRAudioBuffer::Create(Head->GetChannels(), Left, Head->GetBits(), Head->GetSampleRate());
-    std::memcpy(Rest->GetData(), Head->GetData() + FOffset * Head->GetFrameBytes(), Left * Head->GetFrameBytes());
-    FOffset = 0;
+    FOffset.store(0, std::memory_order_relaxed);
+    const size_t Left = Item->GetSamples() - Offset;
+    auto Rest = TSRAudioBuffer::Create(Item->GetChannels(), Left, Item->GetBits(), Item->GetSampleRate());
+    std::memcpy(Rest->GetData(), Item->GetData() + Offset * Item->GetFrameBytes(), Left * Item->GetFrameBytes());
     return Rest;
   }
-  return Head;
+  return Item;
 }
 
 void TSRASIOAudioQueue::Clear() {
-  std::lock_guard<std::mutex> L(FMutex);
   for (auto& B : FRing) B.Reset();
-  FHead = FCount = FTotal = FOffset = 0;
-}
-
-size_t TSRASIOAudioQueue::GetTotal() const {
-  std::lock_guard<std::mutex> L(FMutex);
-  return FTotal;
-}
-
-size_t TSRASIOAudioQueue::GetReadOffset() const {
-  std::lock_guard<std::mutex> L(FMutex);
-  return FOffset;
+  FHead = 0;
+  FTail = 0;
+  FTotal = 0;
+  FOffset = 0;
 }
 
 size_t TSRASIOAudioQueue::GetCount() const {
-  std::lock_guard<std::mutex> L(FMutex);
-  return FCount;
+  const size_t Head = FHead.load(std::memory_order_acquire);
+  return FTail.load(std::memory_order_acquire) - Head;
+}
+
+// ---- TSRASIOBufferRing ------------------------------------------------------------
+
+void TSRASIOBufferRing::Make(size_t Count, size_t Capacity, unsigned Bits, double SampleRate) {
+  Clear();
+  for (size_t I = 0; I < Count; ++I) {
+    ISRAudioBufferRef B = TSRAudioBuffer::Create(1, Capacity, Bits, SampleRate);
+    if (!B || B->GetSamples() != Capacity) break;
+    FSlots.push_back(std::move(B));
+  }
+  FCapacity = FSlots.empty() ? 0 : Capacity;
+  FBits = Bits;
+}
+
+void TSRASIOBufferRing::Clear() {
+  FSlots.clear();
+  FNext = 0;
+  FCapacity = 0;
+}
+
+ISRAudioBufferRef TSRASIOBufferRing::Take(size_t Samples) noexcept {
+  if (Samples > FCapacity) return nullptr;
+  const size_t N = FSlots.size();
+  for (size_t K = 0; K < N; ++K) {
+    const size_t I = (FNext + K) % N;
+    // Held by the ring alone: every other holder has let go, and the
+    // acquiring count read orders their reads before our writes.
+    if (FSlots[I]->RefCount() != 1) continue;
+    FNext = (I + 1) % N;
+    FSlots[I]->SetSampleCount(Samples);
+    return FSlots[I];
+  }
+  return nullptr;
 }
 
 // ---- property groups ---------------------------------------------------------------
@@ -171,6 +228,9 @@ void TSRASIOClockSource::SetUseCurrent(bool Value) { Locked(*this, [&] { FUseCur
 int32_t TSRASIOClockSource::GetActiveIndex() const { return Locked(*this, [&] { return FIndex; }); }
 void TSRASIOClockSource::SetActieveIndex(int32_t Value) { Locked(*this, [&] { FIndex = Value; }); }
 std::vector<TASIOClockSource> TSRASIOClockSource::GetSources() const { return Locked(*this, [&] { return FSources; }); }
+void TSRASIOClockSource::SetSources(std::vector<TASIOClockSource> Sources) {
+  Locked(*this, [&] { FSources = std::move(Sources); });
+}
 bool TSRASIOClockSource::Assign(const TWBPersistent& Source) {
   auto* S = dynamic_cast<const TSRASIOClockSource*>(&Source);
   if (!S) return false;
@@ -191,6 +251,14 @@ int32_t TSRASIOBufferSize::GetMax() const { return Locked(*this, [&] { return FM
 int32_t TSRASIOBufferSize::GetPreferred() const { return Locked(*this, [&] { return FPreferred; }); }
 int32_t TSRASIOBufferSize::GetGranularity() const { return Locked(*this, [&] { return FGranularity; }); }
 int32_t TSRASIOBufferSize::GetRunningSize() const { return FRunningSize.load(); }
+void TSRASIOBufferSize::SetDriverLimits(int32_t Min, int32_t Max, int32_t Preferred, int32_t Granularity) {
+  Locked(*this, [&] {
+    FMin = Min;
+    FMax = Max;
+    FPreferred = Preferred;
+    FGranularity = Granularity;
+  });
+}
 
 int32_t TSRASIOBufferSize::CalculateSize() const {
   return Locked(*this, [&] {
@@ -230,6 +298,10 @@ int TSRASIOChannelItem::GetIndex() const {
 
 std::string TSRASIOChannelItem::GetPinOwnerName() const { return FDevice.GetName(); }
 
+TSRASIOStreamCounters& TSRASIOChannelItem::Counters() { return FDevice.FCounters; }
+
+void TSRASIOStreamCounters::Reset() { Switches = Skipped = Inputs = Submitted = Outputs = Lost = Dropped = 0; }
+
 bool TSRASIOChannelItem::Assign(const TWBPersistent& Source) {
   auto* S = dynamic_cast<const TSRASIOChannelItem*>(&Source);
   if (!S) return false;
@@ -251,9 +323,33 @@ void TSRASIOInputChannelItem::NewThreadAudio() {
   while (FStarted.load()) {
     ISRAudioBufferRef Buffer = FQueue.PopBuffer();
     if (!Buffer) break;
+    // Counted first: what the chain sends back during the call may be seen
+    // (and counted) by another thread before it returns.
+    Counters().Submitted.fetch_add(1, std::memory_order_relaxed);
     FPin->SubmitBuffer(Buffer);
-    FDevice.FCounters.Submitted.fetch_add(1, std::memory_order_relaxed);
   }
+}
+
+void TSRASIOInputChannelItem::SubmitNow(const ISRAudioBufferRef& Buffer) {
+  TLockGuard G(FPinLock);
+  if (!FStarted.load()) return;
+  Counters().Submitted.fetch_add(1, std::memory_order_relaxed);
+  FPin->SubmitBuffer(Buffer.Get());
+}
+
+void TSRASIOInputChannelItem::BeginStream(const TSRWaveFormatExtensible& Format) {
+  TLockGuard P(FPinLock);
+  FQueue.Clear();
+  FStarted = true;
+  FPin->SendStartWave(Format, true);
+}
+
+void TSRASIOInputChannelItem::EndStream() {
+  TLockGuard P(FPinLock);
+  if (!FStarted.load()) return;
+  FStarted = false;
+  FQueue.Clear();
+  FPin->SendStop();
 }
 
 TSRASIOOutputChannelItem::TSRASIOOutputChannelItem(TSRASIOAudioDevice& Device)
@@ -274,17 +370,23 @@ void TSRASIOOutputChannelItem::SinkDispatch(TPWBasicPin*, TPWBasicPin*, TPWOpera
         States.Include(TPWNotifyState::pnsRefused);
         return;
       }
-      // The sender may reuse its buffer: keep a pooled mono copy.
-      const unsigned Bits = In->GetBits();
-      auto Copy = TSRAudioBuffer::Create(1, In->GetSamples(), Bits, In->GetSampleRate());
+      // The sender may reuse its buffer: keep a mono copy, at the width the
+      // driver's side pops, in one of the channel's own buffers when one is free.
+      ISRAudioBufferRef Copy = FRing.Take(In->GetSamples());
+      if (!Copy) Copy = TSRAudioBuffer::Create(1, In->GetSamples(), In->GetBits(), In->GetSampleRate());
       if (!Copy || Copy->GetSamples() != In->GetSamples()) {
         States.Include(TPWNotifyState::pnsFailed);
         return;
       }
-      ConvertPcmFrames(In->GetData(), In->GetChannels(), Bits, Copy->GetData(), 1, Bits, In->GetSamples());
-      FQueue.Push(Copy);
+      ConvertPcmFrames(In->GetData(), In->GetChannels(), In->GetBits(), Copy->GetData(), 1, Copy->GetBits(),
+                       In->GetSamples());
+      if (!FQueue.Push(Copy)) {
+        Counters().Dropped.fetch_add(1, std::memory_order_relaxed);
+        States.Include(TPWNotifyState::pnsFailed);
+        return;
+      }
       FPrimed = true;
-      FDevice.FCounters.Outputs.fetch_add(1, std::memory_order_relaxed);
+      Counters().Outputs.fetch_add(1, std::memory_order_relaxed);
       break;
     }
     case poidStop:
@@ -295,6 +397,23 @@ void TSRASIOOutputChannelItem::SinkDispatch(TPWBasicPin*, TPWBasicPin*, TPWOpera
       break;
   }
   States.Include(TPWNotifyState::pnsHandled);
+}
+
+void TSRASIOOutputChannelItem::BeginStream() {
+  TLockGuard P(FPinLock);
+  FQueue.Clear();
+  FPrimed = false;
+  FStarted = true;
+}
+
+void TSRASIOOutputChannelItem::PrepareCopies(size_t Samples, unsigned Bits, double SampleRate) {
+  // Under the pin lock: audio from upstream may already be arriving.
+  TLockGuard P(FPinLock);
+  FQueue.Reserve(RingBuffers);
+  if (Bits)
+    FRing.Make(RingBuffers, std::max(Samples, MinRingCapacity), Bits, SampleRate);
+  else
+    FRing.Clear();
 }
 
 void TSRASIOOutputChannelItem::MasterPump() {
@@ -409,7 +528,7 @@ TSRASIOAudioDevice::~TSRASIOAudioDevice() {
   FThread.reset();
 }
 
-bool TSRASIOAudioDevice::GetOpened() const { return FOpened.load(); }
+bool TSRASIOAudioDevice::GetOpened() const { return GetState() != TSRASIODeviceState::dsClosed; }
 
 void TSRASIOAudioDevice::SetOpened(bool Value) {
   if (Value == GetOpened()) return;
@@ -419,13 +538,18 @@ void TSRASIOAudioDevice::SetOpened(bool Value) {
     Close();
 }
 
+bool TSRASIOAudioDevice::GetEnabled() const {
+  const TSRASIODeviceState S = GetState();
+  return S == TSRASIODeviceState::dsRunning || S == TSRASIODeviceState::dsStopping || FRun.EnableWhenLoaded.load();
+}
+
 void TSRASIOAudioDevice::SetEnabled(bool Value) {
   TLockGuard G(GetLock());
-  if (Value == FDeviceEnabled.load()) return;
   if (IsDesigning() || IsLoading()) {
-    FDeviceEnabled = Value;
+    FRun.EnableWhenLoaded = Value;
     return;
   }
+  if (Value == GetEnabled()) return;
   if (Value)
     Start();
   else
@@ -434,11 +558,12 @@ void TSRASIOAudioDevice::SetEnabled(bool Value) {
 
 void TSRASIOAudioDevice::Loaded() {
   // A device stored as enabled starts once its properties are in place.
-  if (FDeviceEnabled.load() && !IsDesigning() && !FRunning.load()) {
-    FDeviceEnabled = false;
-    SetEnabled(true);
-  }
+  TLockGuard G(GetLock());
+  if (IsDesigning() || !FRun.EnableWhenLoaded.exchange(false)) return;
+  if (!GetRunning()) SetEnabled(true);
 }
+
+// ---- open and close ------------------------------------------------------------------
 
 bool TSRASIOAudioDevice::Open() {
   if (!GetLock().TryEnter()) return false;
@@ -446,32 +571,35 @@ bool TSRASIOAudioDevice::Open() {
     Threading::ICriticalSection& L;
     ~TLeave() { L.Leave(); }
   } Leave{GetLock()};
-  if (FDriver) return true;
+  if (FRun.Driver) return true;
   return IntOpen();
 }
 
-void TSRASIOAudioDevice::DropDriver() {
-  FDriver.Reset();
-  FOpened = false;
-}
-
 bool TSRASIOAudioDevice::IntOpen() {
+  // 1. The driver, initialised with the application's window.
   IASIORef D = FDevice.GetDevice();
   if (!D) return false;
   ASIOInit(D.Get(), FWindow);
-  FDriver = D;
-  FOpened = true;
+  FRun.Driver = D;
+  FRun.State = TSRASIODeviceState::dsOpen;
+  TUndo Driver([this] {
+    FRun.Driver.Reset();
+    FRun.State = TSRASIODeviceState::dsClosed;
+  });
+  // A failed step lets the driver go before it is reported.
+  const auto Fail = [&](const std::string& Text, TASIOError Code) {
+    Driver.Now();
+    Error(Text, Code);
+    return false;
+  };
   FDriverName = ASIOGetDriverName(D.Get());
   FDriverVersion = ASIOGetDriverVersion(D.Get());
 
+  // 2. The sample rate.
   TASIOError Code;
   if (!FSampleRate.GetUseCurrent()) {
     Code = ASIOSetSampleRate(D.Get(), FSampleRate.GetRate());
-    if (Code != ASE_OK) {
-      DropDriver();
-      Error("Can't set sample rate", Code);
-      return false;
-    }
+    if (Code != ASE_OK) return Fail("Can't set sample rate", Code);
   }
   double Rate = 0.0;
   Code = ASIOGetSampleRate(D.Get(), Rate);
@@ -484,32 +612,23 @@ bool TSRASIOAudioDevice::IntOpen() {
   FRunningRate = Rate;
   FIntRate = static_cast<int32_t>(std::lround(Rate));
 
+  // 3. Channels (checked as the driver gave them, before any narrowing),
+  // buffer sizes, channel information, latencies, clocks.
   int32_t Inputs = 0, Outputs = 0;
   Code = ASIOGetChannels(D.Get(), Inputs, Outputs);
-  if (Code != ASE_OK || Inputs < 0 || Outputs < 0 || Inputs > MaxDriverChannels || Outputs > MaxDriverChannels) {
-    DropDriver();
-    Error("Can't get channels", Code);
-    return false;
-  }
+  if (Code != ASE_OK || Inputs < 0 || Outputs < 0 || Inputs > MaxDriverChannels || Outputs > MaxDriverChannels)
+    return Fail("Can't get channels", Code);
   FDriverInputs = Inputs;
   FDriverOutputs = Outputs;
   FChannelInfos.assign(static_cast<size_t>(Inputs) + static_cast<size_t>(Outputs), TASIOChannelInfo{});
 
   int32_t Min = 0, Max = 0, Preferred = 0, Granularity = 0;
   Code = ASIOGetBufferSize(D.Get(), Min, Max, Preferred, Granularity);
-  if (Code != ASE_OK) {
-    DropDriver();
-    Error("Can't get buffer size", Code);
-    return false;
-  }
-  {
-    TLockGuard G(GetLock());
-    FBufferSize.FMin = Min;
-    FBufferSize.FMax = Max;
-    FBufferSize.FPreferred = Preferred;
-    FBufferSize.FGranularity = Granularity;
-  }
-  if (!ReadChannelInfos(false)) return false;
+  if (Code != ASE_OK) return Fail("Can't get buffer size", Code);
+  FBufferSize.SetDriverLimits(Min, Max, Preferred, Granularity);
+  int32_t Failed = 0;
+  Code = ReadChannelInfos(Failed);
+  if (Code != ASE_OK) return Fail(ChannelInfoText(Failed < FDriverInputs, Failed < FDriverInputs ? Failed : Failed - FDriverInputs), Code);
 
   int32_t InLatency = 0, OutLatency = 0;
   Code = ASIOGetLatencies(D.Get(), InLatency, OutLatency);
@@ -530,69 +649,84 @@ bool TSRASIOAudioDevice::IntOpen() {
   } else {
     Clocks.clear();
   }
-  FClockSource.FSources = std::move(Clocks);
+  FClockSource.SetSources(std::move(Clocks));
+  Driver.Keep();
   return true;
 }
 
-bool TSRASIOAudioDevice::ReadChannelInfos(bool Warn) {
-  IASIO* D = FDriver.Get();
-  const int32_t Counts[2] = {FDriverInputs, FDriverOutputs};
-  for (int Side = 0; Side < 2; ++Side) {
-    const bool Input = Side == 0;
-    for (int32_t I = 0; I < Counts[Side]; ++I) {
-      TASIOChannelInfo Info{};
-      Info.channel = I;
-      Info.isInput = Input ? ASIOTrue : ASIOFalse;
-      const TASIOError Code = ASIOGetChannelInfo(D, Info);
-      if (Code != ASE_OK) {
-        if (Warn) {
-          Warning(ChannelInfoText(Input, I), Code);
-          continue;
-        }
-        DropDriver();
-        Error(ChannelInfoText(Input, I), Code);
-        return false;
+TASIOError TSRASIOAudioDevice::ReadChannelInfos(int32_t& Failed) {
+  // Reads every channel; answers the first failure's code (and its record
+  // number in Failed) after going on with the rest.
+  IASIO* D = FRun.Driver.Get();
+  TASIOError First = ASE_OK;
+  const int32_t Total = FDriverInputs + FDriverOutputs;
+  for (int32_t R = 0; R < Total; ++R) {
+    const bool Input = R < FDriverInputs;
+    TASIOChannelInfo Info{};
+    Info.channel = Input ? R : R - FDriverInputs;
+    Info.isInput = Input ? ASIOTrue : ASIOFalse;
+    const TASIOError Code = ASIOGetChannelInfo(D, Info);
+    if (Code != ASE_OK) {
+      if (First == ASE_OK) {
+        First = Code;
+        Failed = R;
       }
-      Info.name[sizeof Info.name - 1] = 0;
-      FChannelInfos[static_cast<size_t>(Input ? I : FDriverInputs + I)] = Info;
+      if (GetState() != TSRASIODeviceState::dsStarting) return First;
+      Warning(ChannelInfoText(Input, Info.channel), Code);
+      continue;
     }
+    Info.name[sizeof Info.name - 1] = 0;
+    FChannelInfos[static_cast<size_t>(R)] = Info;
   }
   // What the driver offers, for the channel lists.
-  FAvailableInputs.FItems.clear();
-  FAvailableOutputs.FItems.clear();
-  for (int32_t I = 0; I < FDriverInputs + FDriverOutputs; ++I) {
-    const TASIOChannelInfo& Info = FChannelInfos[static_cast<size_t>(I)];
-    const bool Input = I < FDriverInputs;
-    (Input ? FAvailableInputs : FAvailableOutputs)
-        .FItems.push_back({Info.name, Input, Input ? I : I - FDriverInputs, Info.type, Info.channelGroup});
+  std::vector<TSRASIOAvailableChannel> In, Out;
+  for (int32_t R = 0; R < Total; ++R) {
+    const TASIOChannelInfo& Info = FChannelInfos[static_cast<size_t>(R)];
+    const bool Input = R < FDriverInputs;
+    (Input ? In : Out).push_back({Info.name, Input, Input ? R : R - FDriverInputs, Info.type, Info.channelGroup});
   }
-  return true;
+  FAvailableInputs.SetItems(std::move(In));
+  FAvailableOutputs.SetItems(std::move(Out));
+  return First;
 }
 
 void TSRASIOAudioDevice::Close() {
   TLockGuard G(GetLock());
-  if (!FDriver) return;
+  if (!FRun.Driver) return;
   Stop();
-  if (FBuffersCreated) {
-    // A stop that failed left the driver's buffers (and maybe its thread):
-    // try once more, quietly, before the driver goes.
-    {
-      std::lock_guard<std::mutex> L(FExchangeLock);
-      FExchangeActive = false;
-    }
-    ASIOStop(FDriver.Get());
-    UnannounceInputs();
-    ASIODisposeBuffers(FDriver.Get());
-    FBuffersCreated = false;
-  }
-  ASIOReleaseCallback(FCallbackIndex);
-  DropDriver();
-  FRunning = false;
-  FStopping = false;
-  FDeviceEnabled = false;
+  // A driver left stopping is stopped once more, quietly, before it goes.
+  if (GetState() == TSRASIODeviceState::dsStopping) FinishStopQuietly();
+  ASIOReleaseCallback(FRun.CallbackIndex);
+  FRun.Driver.Reset();
+  FRun.State = TSRASIODeviceState::dsClosed;
 }
 
 // ---- start and stop ---------------------------------------------------------------
+
+void TSRASIOAudioDevice::CloseExchange(bool Forget) {
+  std::lock_guard<std::mutex> L(FExchange.Lock);
+  FExchange.Active = false;
+  if (Forget) {
+    FExchange.Inputs.clear();
+    FExchange.Outputs.clear();
+  }
+}
+
+void TSRASIOAudioDevice::EndChannelStreams() {
+  std::lock_guard<std::mutex> L(FProcessLock);
+  for (int I = 0, N = FInputChannels.GetCount(); I < N; ++I) FInputChannels.GetItem(I).EndStream();
+  FProcessInputs.clear();
+  for (int I = 0, N = FOutputChannels.GetCount(); I < N; ++I) FOutputChannels.GetItem(I).EndStream();
+}
+
+void TSRASIOAudioDevice::FinishStopQuietly() {
+  CloseExchange(false);
+  ASIOStop(FRun.Driver.Get());
+  EndChannelStreams();
+  ASIODisposeBuffers(FRun.Driver.Get());
+  CloseExchange(true);
+  FRun.State = TSRASIODeviceState::dsOpen;
+}
 
 unsigned TSRASIOAudioDevice::BitDepthForType(TASIOSampleType Type) {
   switch (Type) {
@@ -628,121 +762,95 @@ TSRWaveFormatExtensible TSRASIOAudioDevice::MakeChannelFormat(TASIOSampleType Ty
   return F;
 }
 
-void TSRASIOAudioDevice::AnnounceInputs() {
-  const int32_t Rate = FIntRate.load();
+
+bool TSRASIOAudioDevice::Start() {
+  TLockGuard G(GetLock());
+  const TSRASIODeviceState Was = GetState();
+  if (Was == TSRASIODeviceState::dsStarting || Was == TSRASIODeviceState::dsRunning) return true;
+  // 1. The driver.
+  if (!Open()) return false;
+  if (GetState() == TSRASIODeviceState::dsStopping) FinishStopQuietly();
+  FRun.State = TSRASIODeviceState::dsStarting;
+  TUndo Starting([this] { FRun.State = TSRASIODeviceState::dsOpen; });
+  IASIO* D = FRun.Driver.Get();
+  FCounters.Reset();
+
+  // 2. The channels' streams.
+  const int32_t IntRate = FIntRate.load();
   for (int I = 0, N = FInputChannels.GetCount(); I < N; ++I) {
     TSRASIOInputChannelItem& Item = FInputChannels.GetItem(I);
     if (!Item.GetEnabled()) continue;
     const TASIOSampleType Type = I < FDriverInputs ? FChannelInfos[static_cast<size_t>(I)].type : ASIOSTLastEntry;
-    TLockGuard P(Item.FPinLock);
-    Item.FQueue.Clear();
-    Item.FStarted = true;
-    Item.FPin->SendStartWave(MakeChannelFormat(Type, Rate), true);
+    Item.BeginStream(MakeChannelFormat(Type, IntRate));
   }
-  for (int I = 0, N = FOutputChannels.GetCount(); I < N; ++I) {
-    TSRASIOOutputChannelItem& Item = FOutputChannels.GetItem(I);
-    if (!Item.GetEnabled()) continue;
-    TLockGuard P(Item.FPinLock);
-    Item.FQueue.Clear();
-    Item.FPrimed = false;
-    Item.FStarted = true;
-  }
-}
+  for (int I = 0, N = FOutputChannels.GetCount(); I < N; ++I)
+    if (FOutputChannels.GetItem(I).GetEnabled()) FOutputChannels.GetItem(I).BeginStream();
+  TUndo Streams([this] { EndChannelStreams(); });
 
-void TSRASIOAudioDevice::UnannounceInputs() {
-  std::lock_guard<std::mutex> L(FProcessLock);
-  for (int I = 0, N = FInputChannels.GetCount(); I < N; ++I) {
-    TSRASIOInputChannelItem& Item = FInputChannels.GetItem(I);
-    if (!Item.FStarted.load()) continue;
-    TLockGuard P(Item.FPinLock);
-    Item.FStarted = false;
-    Item.FQueue.Clear();
-    Item.FPin->SendStop();
-  }
-  FProcessInputs.clear();
-}
-
-void TSRASIOAudioDevice::StartFailed(bool BuffersCreated) {
-  {
-    std::lock_guard<std::mutex> L(FExchangeLock);
-    FExchangeActive = false;
-    FRunInputs.clear();
-    FRunOutputs.clear();
-  }
-  UnannounceInputs();
-  for (int I = 0, N = FOutputChannels.GetCount(); I < N; ++I) FOutputChannels.GetItem(I).FStarted = false;
-  if (BuffersCreated) {
-    ASIODisposeBuffers(FDriver.Get());
-    FBuffersCreated = false;
-  }
-}
-
-bool TSRASIOAudioDevice::Start() {
-  TLockGuard G(GetLock());
-  if (FStarting || FRunning.load()) return true;
-  if (!Open()) return false;
-  FStarting = true;
-  struct TDone {
-    bool& Flag;
-    ~TDone() { Flag = false; }
-  } Done{FStarting};
-  IASIO* D = FDriver.Get();
-  FCounters.Switches = FCounters.Skipped = FCounters.Inputs = FCounters.Submitted = FCounters.Outputs =
-      FCounters.Lost = 0;
-
-  AnnounceInputs();
-
+  // 3. The clock source.
   TASIOError Code;
   if (!FClockSource.GetUseCurrent()) {
     Code = ASIOSetClockSource(D, FClockSource.GetActiveIndex());
     if (Code != ASE_OK) {
-      StartFailed(false);
+      Streams.Now();
+      Starting.Now();
+      // Kept as the component always reported this failure, under another step's name.
       Error("Can't release callback", Code);
       return true;
     }
   }
 
-  FEnabledInputs = FEnabledOutputs = 0;
-  FBufferInfos.clear();
+  // 4. The channels asked of the driver, inputs first.
+  FRun.EnabledInputs = FRun.EnabledOutputs = 0;
+  FRun.BufferInfos.clear();
   for (int I = 0, N = FInputChannels.GetCount(); I < N; ++I)
     if (FInputChannels.GetItem(I).GetEnabled()) {
-      FBufferInfos.push_back(TASIOBufferInfo{ASIOTrue, I, {nullptr, nullptr}});
-      ++FEnabledInputs;
+      FRun.BufferInfos.push_back(TASIOBufferInfo{ASIOTrue, I, {nullptr, nullptr}});
+      ++FRun.EnabledInputs;
     }
   for (int I = 0, N = FOutputChannels.GetCount(); I < N; ++I)
     if (FOutputChannels.GetItem(I).GetEnabled()) {
-      FBufferInfos.push_back(TASIOBufferInfo{ASIOFalse, I, {nullptr, nullptr}});
-      ++FEnabledOutputs;
+      FRun.BufferInfos.push_back(TASIOBufferInfo{ASIOFalse, I, {nullptr, nullptr}});
+      ++FRun.EnabledOutputs;
     }
 
+  // 5. A callback entry, kept until Close whatever follows.
   PASIOCallbacks Callbacks = nullptr;
-  FCallbackIndex = ASIOGetCallback(Callbacks, TASIOBufferSwitchMethod::Bind<&TSRASIOAudioDevice::BufferSwitch>(this),
-                                   TASIOSampleRateDidChangeMethod::Bind<&TSRASIOAudioDevice::SampleRateDidChange>(this),
-                                   TASIOAsioMessageMethod::Bind<&TSRASIOAudioDevice::AsioMessage>(this),
-                                   TASIOBufferSwitchTimeInfoMethod::Bind<&TSRASIOAudioDevice::BufferSwitchTimeInfo>(this));
+  FRun.CallbackIndex =
+      ASIOGetCallback(Callbacks, TASIOBufferSwitchMethod::Bind<&TSRASIOAudioDevice::BufferSwitch>(this),
+                      TASIOSampleRateDidChangeMethod::Bind<&TSRASIOAudioDevice::SampleRateDidChange>(this),
+                      TASIOAsioMessageMethod::Bind<&TSRASIOAudioDevice::AsioMessage>(this),
+                      TASIOBufferSwitchTimeInfoMethod::Bind<&TSRASIOAudioDevice::BufferSwitchTimeInfo>(this));
+  const auto Fail = [&](const char* Text, TASIOError Failure) {
+    Streams.Now();
+    Starting.Now();
+    Error(Text, Failure);
+    return true;
+  };
+  // Every entry taken (each start without a close takes one more): a driver
+  // must never be handed a null record.
+  if (!Callbacks) return Fail("Can't get callback", ASE_NoMemory);
 
+  // 6. The buffer size.
   const int32_t Size = FBufferSize.CalculateSize();
-  Code = ASIOCreateBuffers(D, FBufferInfos.data(), FEnabledInputs + FEnabledOutputs, Size, Callbacks);
-  if (Code != ASE_OK) {
-    StartFailed(false);
-    Error("Can't create buffers", Code);
-    return true;
-  }
-  FBuffersCreated = true;
-  if (Size < 1 || Size > MaxRunningSize) {
-    StartFailed(true);
-    Error("Can't create buffers", ASE_InvalidParameter);
-    return true;
-  }
-  FBufferSize.FRunningSize = Size;
-  ReadChannelInfos(true);
+  if (Size < 1 || Size > MaxRunningSize) return Fail("Can't create buffers", ASE_InvalidParameter);
 
-  // What the exchange works on, made here on the main thread so that the
-  // driver thread allocates nothing.
+  // 7. The driver's buffers.
+  Code = ASIOCreateBuffers(D, FRun.BufferInfos.data(), FRun.EnabledInputs + FRun.EnabledOutputs, Size, Callbacks);
+  if (Code != ASE_OK) return Fail("Can't create buffers", Code);
+  TUndo Buffers([D] { ASIODisposeBuffers(D); });
+  FBufferSize.SetRunningSize(Size);
+
+  // 8. The channels again: the driver may have changed them for its buffers.
+  int32_t Failed = 0;
+  ReadChannelInfos(Failed);
+
+  // 9. What the exchange works on, made here so that the driver thread
+  // allocates nothing; then the driver starts.
   const double Rate = static_cast<double>(FIntRate.load());
   std::vector<TRunChannel> Inputs, Outputs;
   std::vector<TSRASIOInputChannelItem*> ProcessList;
-  for (const TASIOBufferInfo& Info : FBufferInfos) {
+  for (const TASIOBufferInfo& Info : FRun.BufferInfos) {
     TRunChannel C;
     const bool Input = Info.isInput != ASIOFalse;
     const size_t Record = static_cast<size_t>(Input ? Info.channelNum : FDriverInputs + Info.channelNum);
@@ -754,14 +862,16 @@ bool TSRASIOAudioDevice::Start() {
     if (Input) {
       auto& Item = FInputChannels.GetItem(Info.channelNum);
       C.Item = &Item;
-      Item.FQueue.Reserve(32);
+      Item.GetQueue().Reserve(RingBuffers);
+      if (C.Bits) C.Ring.Make(RingBuffers, static_cast<size_t>(Size), C.Bits, Rate);
       ProcessList.push_back(&Item);
       Inputs.push_back(std::move(C));
     } else {
       auto& Item = FOutputChannels.GetItem(Info.channelNum);
       C.Item = &Item;
-      Item.FQueue.Reserve(32);
       if (C.Bits) C.Scratch = TSRAudioBuffer::Create(1, static_cast<size_t>(Size), C.Bits, Rate);
+      // Upstream blocks need not match the driver's size.
+      Item.PrepareCopies(static_cast<size_t>(Size), C.Bits, Rate);
       Outputs.push_back(std::move(C));
     }
   }
@@ -772,69 +882,59 @@ bool TSRASIOAudioDevice::Start() {
     FProcessInputs = std::move(ProcessList);
   }
   {
-    std::lock_guard<std::mutex> L(FExchangeLock);
-    FRunInputs = std::move(Inputs);
-    FRunOutputs = std::move(Outputs);
-    FExchangeDriver = D;
-    FExchangeSize = Size;
-    FExchangeRate = Rate;
-    FExchangeActive = true;
+    std::lock_guard<std::mutex> L(FExchange.Lock);
+    FExchange.Inputs = std::move(Inputs);
+    FExchange.Outputs = std::move(Outputs);
+    FExchange.Driver = D;
+    FExchange.Size = Size;
+    FExchange.Rate = Rate;
+    FExchange.OnDriverThread = FProcessOnDriverThread.load();
+    FExchange.Active = true;
   }
-
+  TUndo Exchange([this] { CloseExchange(true); });
   Code = ASIOStart(D);
   if (Code != ASE_OK) {
-    StartFailed(true);
-    Error("Can't start", Code);
-    return true;
+    Exchange.Now();
+    Buffers.Now();
+    return Fail("Can't start", Code);
   }
-  FRunning = true;
-  FDeviceEnabled = true;
+  Exchange.Keep();
+  Buffers.Keep();
+  Streams.Keep();
+  Starting.Keep();
+  FRun.State = TSRASIODeviceState::dsRunning;
   return true;
 }
 
 void TSRASIOAudioDevice::Stop() {
   TLockGuard G(GetLock());
-  if (!FRunning.load() || FStopping) return;
-  FStopping = true;
-  FRunning = false;
-  {
-    // From here on callbacks find nothing to exchange. The lock is not held
-    // while the driver stops: its stop may wait for its own thread, which may
-    // be about to call us.
-    std::lock_guard<std::mutex> L(FExchangeLock);
-    FExchangeActive = false;
-  }
-  TASIOError Code = ASIOStop(FDriver.Get());
+  if (GetState() != TSRASIODeviceState::dsRunning) return;
+  // 1. The exchange closes, then the driver stops (without the exchange
+  // lock: its stop may wait for its thread, which may be calling us).
+  FRun.State = TSRASIODeviceState::dsStopping;
+  CloseExchange(false);
+  TASIOError Code = ASIOStop(FRun.Driver.Get());
   if (Code != ASE_OK) {
     Error("Can't stop", Code);
     return;
   }
-  UnannounceInputs();
-  for (int I = 0, N = FOutputChannels.GetCount(); I < N; ++I) FOutputChannels.GetItem(I).FStarted = false;
-  Code = ASIODisposeBuffers(FDriver.Get());
+  // 2. The channels' streams end.
+  EndChannelStreams();
+  // 3. The driver's buffers go.
+  Code = ASIODisposeBuffers(FRun.Driver.Get());
   if (Code != ASE_OK) {
     Error("Can't dispose buffers", Code);
     return;
   }
-  FBuffersCreated = false;
-  {
-    std::lock_guard<std::mutex> L(FExchangeLock);
-    FRunInputs.clear();
-    FRunOutputs.clear();
-  }
-  FDeviceEnabled = false;
-  FStopping = false;
+  CloseExchange(true);
+  FRun.State = TSRASIODeviceState::dsOpen;
 }
 
 void TSRASIOAudioDevice::ChannelsChanging() {
-  if (FRunning.load()) Stop();
+  TLockGuard G(GetLock());
+  if (GetRunning()) Stop();
   // Whatever happened before, nothing may point at the items any more.
-  {
-    std::lock_guard<std::mutex> L(FExchangeLock);
-    FExchangeActive = false;
-    FRunInputs.clear();
-    FRunOutputs.clear();
-  }
+  CloseExchange(true);
   std::lock_guard<std::mutex> L(FProcessLock);
   FProcessInputs.clear();
 }
@@ -843,17 +943,17 @@ void TSRASIOAudioDevice::ChannelsChanging() {
 
 bool TSRASIOAudioDevice::CanSampleRate(double Rate) {
   if (!Open()) return false;
-  return ASIOCanSampleRate(FDriver.Get(), Rate) == ASE_OK;
+  return ASIOCanSampleRate(FRun.Driver.Get(), Rate) == ASE_OK;
 }
 
 bool TSRASIOAudioDevice::ShowDialog() {
   if (!Open()) return false;
-  return ASIOControlPanel(FDriver.Get()) == ASE_OK;
+  return ASIOControlPanel(FRun.Driver.Get()) == ASE_OK;
 }
 
 std::string TSRASIOAudioDevice::GetErrorMessage() {
   if (!Open()) return std::string();
-  return ASIOGetErrorMessage(FDriver.Get());
+  return ASIOGetErrorMessage(FRun.Driver.Get());
 }
 
 std::string TSRASIOAudioDevice::GetDriverName() {
@@ -899,6 +999,7 @@ TSRASIOAudioDeviceStats TSRASIOAudioDevice::GetStats() const {
   S.SubmittedBuffers = FCounters.Submitted.load();
   S.OutputBuffers = FCounters.Outputs.load();
   S.LostBuffers = FCounters.Lost.load();
+  S.DroppedBuffers = FCounters.Dropped.load();
   return S;
 }
 
@@ -941,9 +1042,9 @@ void TSRASIOAudioDevice::Exchange(TASIOTime* Params, int32_t Index, TASIOBool Di
     FCounters.Skipped.fetch_add(1, std::memory_order_relaxed);
     return;
   }
-  std::lock_guard<std::mutex> L(FExchangeLock);
+  std::lock_guard<std::mutex> L(FExchange.Lock);
   TExchangeMark Mark(this);
-  if (!FExchangeActive || (Index != 0 && Index != 1)) {
+  if (!FExchange.Active || (Index != 0 && Index != 1)) {
     FCounters.Skipped.fetch_add(1, std::memory_order_relaxed);
     return;
   }
@@ -952,7 +1053,7 @@ void TSRASIOAudioDevice::Exchange(TASIOTime* Params, int32_t Index, TASIOBool Di
     // A plain buffer switch: the time record is made from the sample position.
     TASIOSamples Position{};
     TASIOTimeStamp Stamp{};
-    if (ASIOGetSamplePosition(FExchangeDriver, Position, Stamp) == ASE_OK) {
+    if (ASIOGetSamplePosition(FExchange.Driver, Position, Stamp) == ASE_OK) {
       Time.timeInfo.samplePosition = Position;
       Time.timeInfo.systemTime = Stamp;
       Time.timeInfo.flags = kSystemTimeValid | kSamplePositionValid;
@@ -964,35 +1065,45 @@ void TSRASIOAudioDevice::Exchange(TASIOTime* Params, int32_t Index, TASIOBool Di
   } catch (...) {
     // Out of memory in the pool: this exchange is lost, the next may succeed.
   }
-  if (FUsesPostOutput.load()) ASIOOutputReady(FExchangeDriver);
+  if (FUsesPostOutput.load()) ASIOOutputReady(FExchange.Driver);
 }
 
 void TSRASIOAudioDevice::SyncBufferSwitchTimeInfo(TASIOTime*, int32_t Index, TASIOBool) {
-  const int32_t N = FExchangeSize;
+  const int32_t N = FExchange.Size;
   const size_t Samples = static_cast<size_t>(N);
   // Outputs first: they carry what the chain made of earlier inputs, so the
   // latency is the same whichever thread is faster.
   const bool Pump = FMasterPumping.load();
-  for (TRunChannel& C : FRunOutputs) {
+  for (TRunChannel& C : FExchange.Outputs) {
     if (!C.Bits) continue;
     auto* Item = static_cast<TSRASIOOutputChannelItem*>(C.Item);
-    if (C.Scratch && Item->FQueue.Pop(*C.Scratch)) {
+    if (C.Scratch && Item->GetQueue().Pop(*C.Scratch)) {
       ASIOConvertToDriver(C.Type, C.Scratch->GetData(), C.Halves[Index], N);
     } else {
       ASIOSilenceDriver(C.Type, C.Halves[Index], N);
-      if (Item->FPrimed.load()) FCounters.Lost.fetch_add(1, std::memory_order_relaxed);
+      if (Item->GetPrimed()) FCounters.Lost.fetch_add(1, std::memory_order_relaxed);
     }
     if (Pump) Item->MasterPump();
   }
   bool Queued = false;
-  for (TRunChannel& C : FRunInputs) {
+  for (TRunChannel& C : FExchange.Inputs) {
     if (!C.Bits) continue;
-    auto Buffer = TSRAudioBuffer::Create(1, Samples, C.Bits, FExchangeRate);
-    if (Buffer->GetSamples() != Samples) continue;
+    ISRAudioBufferRef Buffer = C.Ring.Take(Samples);
+    // Every buffer of the channel still downstream: the receivers are far
+    // behind, and this one comes from the shared pool.
+    if (!Buffer) Buffer = TSRAudioBuffer::Create(1, Samples, C.Bits, FExchange.Rate);
+    if (!Buffer || Buffer->GetSamples() != Samples) continue;
     ASIOConvertFromDriver(C.Type, C.Halves[Index], Buffer->GetData(), N);
-    C.Item->FQueue.Push(Buffer);
     FCounters.Inputs.fetch_add(1, std::memory_order_relaxed);
-    Queued = true;
+    auto* Item = static_cast<TSRASIOInputChannelItem*>(C.Item);
+    if (FExchange.OnDriverThread) {
+      Item->SubmitNow(Buffer);
+    } else if (Item->GetQueue().Push(Buffer)) {
+      Queued = true;
+    } else {
+      // The processing thread is a whole queue behind.
+      FCounters.Dropped.fetch_add(1, std::memory_order_relaxed);
+    }
   }
   if (Queued && FThread) FThread->Signal();
   FCounters.Switches.fetch_add(1, std::memory_order_relaxed);

@@ -305,30 +305,20 @@ IppStatus ippsDivC_64f_I(Ipp64f val, Ipp64f* pSrcDst, int len) noexcept {
 
 namespace {
 
-// What one sample type takes: the operation, the buffer bits, the driver's
-// bytes a sample, and whether the driver's side is big-endian.
-enum class TSampleOp : uint8_t { None, Copy, Swap16, Swap24, Swap32, Float32, Float64 };
-
+// What one sample type takes: the buffer bits and the driver's bytes a sample.
 struct TSampleInfo {
-  TSampleOp Op;
   uint8_t BufferBits;
   uint8_t DriverBytes;
-  bool BigEndian;
 };
 
-constexpr TSampleInfo NotConverted = {TSampleOp::None, 0, 0, false};
-constexpr TSampleInfo Int16 = {TSampleOp::Copy, 16, 2, false}, Int16Msb = {TSampleOp::Swap16, 16, 2, true};
-constexpr TSampleInfo Int24 = {TSampleOp::Copy, 24, 3, false}, Int24Msb = {TSampleOp::Swap24, 24, 3, true};
-constexpr TSampleInfo Int32 = {TSampleOp::Copy, 32, 4, false}, Int32Msb = {TSampleOp::Swap32, 32, 4, true};
-constexpr TSampleInfo Float32 = {TSampleOp::Float32, 32, 4, false}, Float32Msb = {TSampleOp::Float32, 32, 4, true};
-constexpr TSampleInfo Float64 = {TSampleOp::Float64, 32, 8, false}, Float64Msb = {TSampleOp::Float64, 32, 8, true};
+constexpr TSampleInfo NotConverted = {0, 0}, Int16 = {16, 2}, Int24 = {24, 3}, Int32 = {32, 4}, Float64 = {32, 8};
 
 // By sample type value, up to ASIOSTInt32LSB24 (27); the rest are not converted.
 constexpr TSampleInfo SampleInfos[28] = {
-    Int16Msb,     Int24Msb,     Int32Msb,     Float32Msb,   Float64Msb,   NotConverted, NotConverted, NotConverted,
-    Int32Msb,     Int32Msb,     Int32Msb,     Int32Msb,     NotConverted, NotConverted, NotConverted, NotConverted,
-    Int16,        Int24,        Int32,        Float32,      Float64,      NotConverted, NotConverted, NotConverted,
-    Int32,        Int32,        Int32,        Int32,
+    Int16, Int24, Int32, Int32, Float64, NotConverted, NotConverted, NotConverted,
+    Int32, Int32, Int32, Int32, NotConverted, NotConverted, NotConverted, NotConverted,
+    Int16, Int24, Int32, Int32, Float64, NotConverted, NotConverted, NotConverted,
+    Int32, Int32, Int32, Int32,
 };
 static_assert(ASIOSTInt16MSB == 0 && ASIOSTFloat64MSB == 4 && ASIOSTInt32MSB16 == 8 && ASIOSTInt32MSB24 == 11 &&
                   ASIOSTInt16LSB == 16 && ASIOSTFloat64LSB == 20 && ASIOSTInt32LSB16 == 24 && ASIOSTInt32LSB24 == 27,
@@ -337,12 +327,6 @@ static_assert(ASIOSTInt16MSB == 0 && ASIOSTFloat64MSB == 4 && ASIOSTInt32MSB16 =
 const TSampleInfo& SampleInfo(TASIOSampleType Type) noexcept {
   return Type >= 0 && Type < 28 ? SampleInfos[Type] : NotConverted;
 }
-
-// The two scale factors differ on purpose: 32-bit floats use 2^31, 64-bit
-// floats 2^31 - 1.
-constexpr float Float32Scale = 2147483648.0f;
-constexpr double Float64Scale = 2147483647.0;
-static_assert(Float32Scale == 2147483648.0f, "dividing by it is multiplying by 1/it only for a power of two");
 
 // First calls: choose the kernels, then convert (tail calls, so that the
 // common path keeps nothing across a call).
@@ -359,70 +343,45 @@ QUORVEL_NOINLINE bool FromDriverFirst(TASIOSampleType Type, void* DriverHalf, vo
   return ASIOConvertFromDriver(Type, DriverHalf, BufferData, N);
 }
 
+bool Converted(TASIOSampleType Type) noexcept {
+  return static_cast<uint32_t>(Type) < static_cast<uint32_t>(Ipps::Detail::ConvertedTypes);
+}
+
 }  // namespace
 
 unsigned ASIOBufferBitsForType(TASIOSampleType Type) noexcept { return SampleInfo(Type).BufferBits; }
 
 unsigned ASIODriverBytesForType(TASIOSampleType Type) noexcept { return SampleInfo(Type).DriverBytes; }
 
-// The float conversions run fused kernels that give the bytes of the
-// primitive sequences: to the driver, conversion to float, division by the
-// scale (for 2^31 a multiplication by 2^-31, which is the same) and the swap
-// of big-endian types; from the driver, the swap in place, multiplication by
-// the scale in place and the rounding conversion.
+// One lookup in the chosen set's conversion table, then one call (see
+// MakeConversions for what each type runs).
 bool ASIOConvertToDriver(TASIOSampleType Type, const void* BufferData, void* DriverHalf, int32_t N) noexcept {
-  const TSampleInfo& Info = SampleInfo(Type);
-  if (Info.Op == TSampleOp::None) return false;
+  if (!Converted(Type)) return false;
   const Ipps::Detail::TKernels* K = Ipps::GKernels.load(std::memory_order_acquire);
   if (K == nullptr) return ToDriverFirst(Type, BufferData, DriverHalf, N);
-  if (N < 1) return true;
-  const size_t Count = static_cast<size_t>(N);
-  switch (Info.Op) {
-    case TSampleOp::Copy: std::memcpy(DriverHalf, BufferData, Count * Info.DriverBytes); break;
-    case TSampleOp::Swap16: K->Swap16(BufferData, DriverHalf, Count); break;
-    case TSampleOp::Swap24: K->Swap24(BufferData, DriverHalf, Count); break;
-    case TSampleOp::Swap32: K->Swap32(BufferData, DriverHalf, Count); break;
-    case TSampleOp::Float32:
-      K->IntToFloatScaled[Info.BigEndian](BufferData, DriverHalf, Count, 1.0f / Float32Scale);
-      break;
-    case TSampleOp::Float64: K->IntToDoubleDivided[Info.BigEndian](BufferData, DriverHalf, Count, Float64Scale); break;
-    case TSampleOp::None: break;
-  }
+  const auto Fn = K->Conversions->ToDriver[Type];
+  if (!Fn) return false;
+  if (N > 0) Fn(BufferData, DriverHalf, static_cast<size_t>(N));
   return true;
 }
 
-// 0.0 is all zero bytes in both float widths, so every type starts from zero
-// bytes; the big-endian float types then get their in-place swap, which
-// leaves zeros as they are.
 bool ASIOSilenceDriver(TASIOSampleType Type, void* DriverHalf, int32_t N) noexcept {
-  const TSampleInfo& Info = SampleInfo(Type);
-  if (Info.Op == TSampleOp::None) return false;
+  if (!Converted(Type)) return false;
   const Ipps::Detail::TKernels* K = Ipps::GKernels.load(std::memory_order_acquire);
   if (K == nullptr) return SilenceFirst(Type, DriverHalf, N);
-  if (N < 1) return true;
-  const size_t Count = static_cast<size_t>(N);
-  std::memset(DriverHalf, 0, Count * Info.DriverBytes);
-  if (Info.BigEndian && Info.Op == TSampleOp::Float32) K->Swap32(DriverHalf, DriverHalf, Count);
-  if (Info.BigEndian && Info.Op == TSampleOp::Float64) K->Swap64(DriverHalf, DriverHalf, Count);
+  const auto Fn = K->Conversions->Silence[Type];
+  if (!Fn) return false;
+  if (N > 0) Fn(DriverHalf, static_cast<size_t>(N));
   return true;
 }
 
 bool ASIOConvertFromDriver(TASIOSampleType Type, void* DriverHalf, void* BufferData, int32_t N) noexcept {
-  const TSampleInfo& Info = SampleInfo(Type);
-  if (Info.Op == TSampleOp::None) return false;
+  if (!Converted(Type)) return false;
   const Ipps::Detail::TKernels* K = Ipps::GKernels.load(std::memory_order_acquire);
   if (K == nullptr) return FromDriverFirst(Type, DriverHalf, BufferData, N);
-  if (N < 1) return true;
-  const size_t Count = static_cast<size_t>(N);
-  switch (Info.Op) {
-    case TSampleOp::Copy: std::memcpy(BufferData, DriverHalf, Count * Info.DriverBytes); break;
-    case TSampleOp::Swap16: K->Swap16(DriverHalf, BufferData, Count); break;
-    case TSampleOp::Swap24: K->Swap24(DriverHalf, BufferData, Count); break;
-    case TSampleOp::Swap32: K->Swap32(DriverHalf, BufferData, Count); break;
-    case TSampleOp::Float32: K->ScaledFloatToInt[Info.BigEndian](DriverHalf, BufferData, Count, Float32Scale); break;
-    case TSampleOp::Float64: K->ScaledDoubleToInt[Info.BigEndian](DriverHalf, BufferData, Count, Float64Scale); break;
-    case TSampleOp::None: break;
-  }
+  const auto Fn = K->Conversions->FromDriver[Type];
+  if (!Fn) return false;
+  if (N > 0) Fn(DriverHalf, BufferData, static_cast<size_t>(N));
   return true;
 }
 

@@ -103,10 +103,10 @@ void Swap24(const void* Src, void* Dst, size_t N) {
     }
   };
   const size_t Bytes = 3 * N;
-  ScalarKernels.Swap24(S, D, 1);
+  SwapOne24(S, D);
   for (size_t O = 3; O + BlockBytes + 2 <= Bytes; O += BlockBytes) Block(O);
   Block((Bytes - BlockBytes - 2) / 3 * 3);
-  ScalarKernels.Swap24(S + Bytes - 3, D + Bytes - 3, 1);
+  SwapOne24(S + Bytes - 3, D + Bytes - 3);
 }
 
 void Int32ToFloat(const void* Src, void* Dst, size_t N) {
@@ -287,6 +287,12 @@ void ScaledDoubleToInt(void* SrcDst, void* Dst, size_t N, double Scale) {
   if (Done < N) Sse2Kernels.ScaledDoubleToInt[Swapped](At(SrcDst, 8 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
 
+// The ASIO conversions of this set, each one direct call into its kernels.
+constexpr TConversions Avx2Conversions =
+    MakeConversions<Swap16, Swap24, Swap32, IntToFloatScaled<false>, IntToFloatScaled<true>, IntToDoubleDivided<false>,
+                    IntToDoubleDivided<true>, ScaledFloatToInt<false>, ScaledFloatToInt<true>,
+                    ScaledDoubleToInt<false>, ScaledDoubleToInt<true>>();
+
 }  // namespace
 
 const TKernels Avx2Kernels = {
@@ -297,6 +303,7 @@ const TKernels Avx2Kernels = {
     {IntToDoubleDivided<false>, IntToDoubleDivided<true>},
     {ScaledFloatToInt<false>, ScaledFloatToInt<true>},
     {ScaledDoubleToInt<false>, ScaledDoubleToInt<true>},
+    &Avx2Conversions,
 };
 
 }  // namespace Detail

@@ -143,6 +143,12 @@ int32_t RoundedInt32(double X, int Mode) {
   return static_cast<int32_t>(Fraction >= 0.5 ? I + 1 : Fraction <= -0.5 ? I - 1 : I);
 }
 
+// The ASIO conversions of this set, each one direct call into its kernels.
+constexpr TConversions ScalarConversions =
+    MakeConversions<Swap<uint16_t>, Swap24, Swap<uint32_t>, IntToFloatScaled<false>, IntToFloatScaled<true>, IntToDoubleDivided<false>,
+                    IntToDoubleDivided<true>, ScaledFloatToInt<false>, ScaledFloatToInt<true>,
+                    ScaledDoubleToInt<false>, ScaledDoubleToInt<true>>();
+
 }  // namespace
 
 void ScaledToInt32(const void* Src, bool Double, void* Dst, size_t N, int Mode, int ScaleFactor) {
@@ -169,6 +175,7 @@ const TKernels ScalarKernels = {
     {IntToDoubleDivided<false>, IntToDoubleDivided<true>},
     {ScaledFloatToInt<false>, ScaledFloatToInt<true>},
     {ScaledDoubleToInt<false>, ScaledDoubleToInt<true>},
+    &ScalarConversions,
 };
 
 }  // namespace Detail

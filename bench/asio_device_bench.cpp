@@ -8,6 +8,10 @@
 // the hand-over to the processing thread, the host's block and the queueing
 // at the outputs.
 //
+// BM_AsioChain/0 hands input audio to the chain on the device's processing
+// thread; BM_AsioChain/1 runs the chain on the driver's thread
+// (ProcessOnDriverThread).
+//
 // Counters of BM_AsioChain:
 //   ns_per_switch      wall time of one switch
 //   x_realtime         how many times faster than real time: (64 / 48000 s) / ns_per_switch
@@ -92,7 +96,7 @@ class TChain {
   }
 
   // Empty when the chain runs; otherwise what failed.
-  std::string Start() {
+  std::string Start(bool OnDriverThread) {
     if (!ASIOInitializeComForThisThread()) return "COM does not initialize";
     Api = QvTestAsioApi();
     if (!Api) return "the test driver's control functions are missing";
@@ -109,6 +113,7 @@ class TChain {
     Device.GetBufferSize().SetUsePreferred(false);
     Device.GetBufferSize().SetBufferSize(Frames);
     Device.GetSampleRate().SetRate(Rate);
+    Device.SetProcessOnDriverThread(OnDriverThread);
     Device.OnLatenciesChanged = [this](TSRASIOAudioDevice*) {
       if (pthread_getcpuclockid(pthread_self(), &DriverClock.Clock) == 0) DriverClock.Valid = true;
     };
@@ -162,7 +167,7 @@ class TChain {
 
 void BM_AsioChain(benchmark::State& State) {
   TChain Chain;
-  const std::string Failure = Chain.Start();
+  const std::string Failure = Chain.Start(State.range(0) != 0);
   if (!Failure.empty()) {
     State.SkipWithError(Failure.c_str());
     return;
@@ -210,5 +215,5 @@ void BM_AsioChain(benchmark::State& State) {
 
 // The host alone first: the chain's ratio refers to it.
 BENCHMARK(BM_HostBlock);
-BENCHMARK(BM_AsioChain)->UseRealTime();
+BENCHMARK(BM_AsioChain)->Arg(0)->Arg(1)->UseRealTime();
 BENCHMARK_MAIN();

@@ -9,8 +9,6 @@ const TGUID KSDATAFORMAT_SUBTYPE_PCM = {0x00000001, 0x0000, 0x0010, {0x80, 0x00,
 const TGUID KSDATAFORMAT_SUBTYPE_IEEE_FLOAT = {0x00000003, 0x0000, 0x0010,
                                                {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}};
 
-bool operator==(const TGUID& A, const TGUID& B) { return std::memcmp(&A, &B, sizeof(TGUID)) == 0; }
-
 TSRSpeakers DefaultSpeakers(unsigned Channels) {
   using S = TSRSpeaker;
   switch (Channels) {

@@ -7,19 +7,10 @@
 #include <functional>
 
 #include "frame/Threading.h"
+#include "platform/Guid.h"  // TGUID
 #include "frame/Wbset.h"
 
 namespace Quorvel {
-
-struct TGUID {
-  uint32_t D1;
-  uint16_t D2;
-  uint16_t D3;
-  uint8_t D4[8];
-};
-static_assert(sizeof(TGUID) == 16, "GUID layout");
-bool operator==(const TGUID& A, const TGUID& B);
-inline bool operator!=(const TGUID& A, const TGUID& B) { return !(A == B); }
 
 // Sub-format identifiers of the extensible wave format.
 extern const TGUID KSDATAFORMAT_SUBTYPE_PCM;         // 00000001-0000-0010-8000-00AA00389B71

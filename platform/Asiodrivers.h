@@ -19,7 +19,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/Sraudioformat.h"  // TGUID
+#include "platform/Guid.h"
 
 namespace Quorvel::Asiodrivers {
 

@@ -8,6 +8,10 @@
 // its callbacks even while stop waits for the driver thread.
 #include "testplugins/asio/Qvtestasio.h"
 
+#if defined(__x86_64__) || defined(_M_X64)
+#include <immintrin.h>
+#endif
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -96,9 +100,11 @@ void MakeDefaultConfig(int32_t Slot, TQvTestAsioConfig& C) {
   C.CaptureFrames = 1 << 16;
 }
 
+// The channels behind a count: getChannels answers any count as it is, the
+// tables and the stream hold at most QvTestAsioMaxChannels.
+int32_t TableCount(int32_t N) { return std::min(std::max(N, 0), QvTestAsioMaxChannels); }
+
 bool ConfigValid(const TQvTestAsioConfig& C) {
-  const auto CountOk = [](int32_t N) { return N >= -1 && N <= QvTestAsioMaxChannels; };
-  if (!CountOk(C.InputCount) || !CountOk(C.OutputCount)) return false;
   if (C.MinSize < 1 || C.MinSize > C.PreferredSize || C.PreferredSize > C.MaxSize ||
       C.MaxSize > QvTestAsioMaxBufferSize)
     return false;
@@ -111,6 +117,22 @@ bool ConfigValid(const TQvTestAsioConfig& C) {
   if (C.RawPatternBytes < 0 || C.RawPatternBytes > QvTestAsioMaxRawPattern) return false;
   return C.MaxSwitches >= 0;
 }
+
+// Rounds a manually paced driver thread spins for a permit before it sleeps
+// (about 50 microseconds).
+constexpr int PermitSpins = 1000;
+
+inline void CpuRelax() {
+#if defined(__x86_64__) || defined(_M_X64)
+  _mm_pause();
+#else
+  std::this_thread::yield();
+#endif
+}
+
+// How long a driver call waits for the host call an oddity makes from
+// another thread (only a deadlocked host takes that long).
+constexpr auto OddSwitchPatience = std::chrono::seconds(30);
 
 // What the threads need of the configuration, copied when a stream is made
 // and again when it starts.
@@ -325,7 +347,7 @@ class TDevice {
     if (!Info) return ASE_InvalidParameter;
     std::lock_guard<std::mutex> L(ConfigLock);
     const bool IsInput = Info->isInput != ASIOFalse;
-    const int32_t Count = std::max(0, IsInput ? Config.InputCount : Config.OutputCount);
+    const int32_t Count = TableCount(IsInput ? Config.InputCount : Config.OutputCount);
     if (Info->channel < 0 || Info->channel >= Count) return ASE_InvalidParameter;
     const TQvTestAsioChannel& C = (IsInput ? Config.Inputs : Config.Outputs)[Info->channel];
     const uint32_t Active = (IsInput ? ActiveInputs : ActiveOutputs).load();
@@ -388,8 +410,8 @@ class TDevice {
     if (Stream) return Owner == Caller ? ASE_InvalidMode : ASE_NotPresent;
     const TQvTestAsioConfig C = GetConfig();
     if (!SizeAccepted(C, Size)) return ASE_InvalidMode;
-    const int32_t Inputs = std::max(C.InputCount, 0);
-    const int32_t Outputs = std::max(C.OutputCount, 0);
+    const int32_t Inputs = TableCount(C.InputCount);
+    const int32_t Outputs = TableCount(C.OutputCount);
     uint32_t InMask = 0, OutMask = 0;
     for (int32_t I = 0; I < Num; ++I) {
       const bool IsInput = Infos[I].isInput != ASIOFalse;
@@ -591,7 +613,7 @@ class TDevice {
   std::mutex WakeLock;
   std::condition_variable Wake;
   std::atomic<bool> StopRequested{false};
-  int64_t Permits = 0;  // under WakeLock
+  std::atomic<int64_t> Permits{0};  // changed under WakeLock; read without it while spinning
   bool MessagePending = false;  // under WakeLock, with the two below
   int32_t PendingSelector = 0;
   int32_t PendingValue = 0;
@@ -740,6 +762,12 @@ class TDevice {
   // NeedPermit, for a permit it then takes, sending posted messages
   // meanwhile. True when the thread is to end.
   bool Wait(TStream& S, const std::chrono::steady_clock::time_point* Due, bool NeedPermit) {
+    // A permit that follows soon is taken without sleeping: the step that a
+    // stepping host makes reaches the switch in well under a microsecond
+    // instead of through the scheduler.
+    if (NeedPermit && !Due)
+      for (int I = 0; I < PermitSpins && Permits.load(std::memory_order_acquire) <= 0 && !StopRequested.load(); ++I)
+        CpuRelax();
     std::unique_lock<std::mutex> W(WakeLock);
     const auto Ready = [&] { return StopRequested.load() || MessagePending || (NeedPermit && Permits > 0); };
     for (;;) {
@@ -787,26 +815,35 @@ class TDevice {
     }
   }
 
-  // Under StreamLock. Calls the host once from a thread of its own and returns
-  // once that call has begun; the thread is never waited for (the host may
-  // hold, until we return, a lock its callback needs).
+  // Under StreamLock. Calls the host once from a thread of its own and waits
+  // for that call to return, so that it always falls inside the driver call
+  // that made it. A host that holds, until we return, a lock its callback
+  // needs would deadlock: after OddSwitchPatience the thread is left to finish
+  // on its own.
   void SpawnOddSwitch(TStream& S, int32_t Index, uint64_t Position, const TSwitchParams& P) {
-    std::shared_ptr<std::atomic<bool>> Entered;
+    struct TDone {
+      std::mutex Lock;
+      std::condition_variable Cond;
+      bool Returned = false;
+    };
+    std::shared_ptr<TDone> Done;
     ++S.OddUsers;
     ++Busy;
     ++Counters.OddThreadsRunning;
     try {
-      Entered = std::make_shared<std::atomic<bool>>(false);
-      std::thread([this, &S, Index, Position, P, Entered] {
+      Done = std::make_shared<TDone>();
+      std::thread([this, &S, Index, Position, P, Done] {
         OnDriverThread = true;
         TASIOTime Time;
         FillInputs(S, Index, Position, P);
-        Entered->store(true);
         CallHost(S, Time, Index, Position, P);
         ++Counters.OddSwitches;
         --Counters.OddThreadsRunning;
         --S.OddUsers;
         --Busy;
+        std::lock_guard<std::mutex> G(Done->Lock);
+        Done->Returned = true;
+        Done->Cond.notify_all();
       }).detach();
     } catch (...) {
       --Counters.OddThreadsRunning;
@@ -814,9 +851,8 @@ class TDevice {
       --Busy;
       return;
     }
-    const auto Deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-    while (!Entered->load() && std::chrono::steady_clock::now() < Deadline)
-      std::this_thread::sleep_for(std::chrono::microseconds(100));
+    std::unique_lock<std::mutex> G(Done->Lock);
+    Done->Cond.wait_for(G, OddSwitchPatience, [&] { return Done->Returned; });
   }
 };
 

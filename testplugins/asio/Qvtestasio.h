@@ -90,8 +90,8 @@ enum TQvTestAsioBehaviour : uint32_t {
   qvbNoTimeInfoQuery = 1u << 1,          // never asks kAsioSupportsTimeInfo: always bufferSwitch
   qvbForceTimeInfo = 1u << 2,            // bufferSwitchTimeInfo whatever the host answered
   qvbAlwaysIndexZero = 1u << 3,          // passes buffer index 0 on every switch
-  qvbSwitchDuringCreateBuffers = 1u << 4,// a thread of its own calls the host once while createBuffers runs
-  qvbSwitchDuringStop = 1u << 5,         // a thread of its own calls the host once while stop runs
+  qvbSwitchDuringCreateBuffers = 1u << 4,// a thread of its own calls the host once while createBuffers runs (and it waits for that call)
+  qvbSwitchDuringStop = 1u << 5,         // a thread of its own calls the host once while stop runs (and it waits for that call)
   qvbFalseRateChange = 1u << 6,          // sampleRateDidChange(unchanged rate) after the first switch
   qvbResetRequestOnStart = 1u << 7,      // asioMessage(kAsioResetRequest) from start, after the thread began
   qvbAnyBufferSize = 1u << 8,            // createBuffers takes any size 1..QvTestAsioMaxBufferSize
@@ -118,8 +118,9 @@ struct TQvTestAsioConfig {
   char DriverName[32];           // getDriverName
   int32_t DriverVersion;         // getDriverVersion
   char ErrorMessage[124];        // getErrorMessage
-  // getChannels answers these as they are (negative ones too); the stream
-  // and getChannelInfo use max(count, 0) channels of the tables below.
+  // getChannels answers these as they are (any value, negative or absurd
+  // ones too); the stream and getChannelInfo use the first
+  // clamp(count, 0, QvTestAsioMaxChannels) channels of the tables below.
   int32_t InputCount;
   int32_t OutputCount;
   TQvTestAsioChannel Inputs[QvTestAsioMaxChannels];
@@ -285,7 +286,7 @@ extern "C" {
 // The slot's built-in configuration (what QvTestAsioReset restores).
 int32_t QvTestAsioDefaultConfig(int32_t Slot, Quorvel::TQvTestAsioConfig* Config) noexcept;
 int32_t QvTestAsioGetConfig(int32_t Slot, Quorvel::TQvTestAsioConfig* Config) noexcept;
-// Checks and takes a configuration: counts -1 .. QvTestAsioMaxChannels,
+// Checks and takes a configuration (channel counts: any value),
 // 1 <= MinSize <= PreferredSize <= MaxSize <= QvTestAsioMaxBufferSize,
 // 0 <= RateCount <= QvTestAsioMaxRates with rates > 0, 0 <= ClockCount <=
 // QvTestAsioMaxClocks, a known pacing, 0 <= CaptureFrames <=

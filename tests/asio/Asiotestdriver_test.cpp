@@ -110,9 +110,7 @@ TEST_F(AsioTestDriver, DriverThreadsReachTheObjectsBoundToTheirEntries) {
     ASSERT_EQ(ASIOStart(D), ASE_OK);
   }
   for (int32_t Slot = 0; Slot < QvTestAsioDriverCount; ++Slot) Api->Step(Slot, Steps);
-  const auto Deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while ((Stats(0).Switches < Steps || Stats(1).Switches < Steps) && std::chrono::steady_clock::now() < Deadline)
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  EXPECT_TRUE(WaitUntil([&] { return Stats(0).Switches >= Steps && Stats(1).Switches >= Steps; }));
   for (int32_t Slot = 0; Slot < QvTestAsioDriverCount; ++Slot) {
     IASIO* D = Drivers[Slot].Get();
     EXPECT_EQ(ASIOStop(D), ASE_OK);
