@@ -289,6 +289,8 @@ void TSRBasicMultiInput::SinkDispatch(TPWBasicPin* SourcePin, TPWBasicPin* SinkP
       if (Pin->InputIndex < FScanFrom) RestartScan(FScanBlock);
       if (!FStreaming.load()) {
         FStreaming = true;
+        // Room for the per-block bookkeeping now, so that no block allocates.
+        FQueuedBefore.reserve(FInputPins.CountLocked());
         StreamStarted();
         for (size_t I = 0, N = FOutputPins.CountLocked(); I < N; ++I)
           OutputAt(I)->SendStartWave(GetOutputFormat(I), Op.GetRealTime());
