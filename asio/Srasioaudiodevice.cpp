@@ -1,5 +1,9 @@
 #include "asio/Srasioaudiodevice.h"
 
+#include "frame/Wbpersistence.h"
+#include "frame/Wbregistration.h"
+#include "platform/Asiodrivers.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -1152,5 +1156,149 @@ int32_t TSRASIOAudioDevice::AsioMessage(int32_t Selector, int32_t Value, void*, 
     default: return 0;
   }
 }
+
+std::vector<TPWBasicPin*> TSRASIOAudioDevice::GetPublishedPins() const {
+  std::vector<TPWBasicPin*> Pins;
+  for (int I = 0; I < FInputChannels.GetCount(); ++I) Pins.push_back(&FInputChannels.GetItem(I).GetOutputPin());
+  for (int I = 0; I < FOutputChannels.GetCount(); ++I) Pins.push_back(&FOutputChannels.GetItem(I).GetInputPin());
+  return Pins;
+}
+
+// ---- published properties ---------------------------------------------------
+
+namespace {
+
+std::string GuidText(const TGUID& G) {
+  char Text[40];
+  std::snprintf(Text, sizeof Text, "{%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X}", G.D1, G.D2, G.D3, G.D4[0],
+                G.D4[1], G.D4[2], G.D4[3], G.D4[4], G.D4[5], G.D4[6], G.D4[7]);
+  return Text;
+}
+
+// A driver identifier streams as its registry text; all zeros (none) is the default.
+template <typename C>
+TWBPropertyInfo DriverIDProperty() {
+  TWBPropertyInfo P;
+  P.Name = "DriverID";
+  P.Default = TWBValue::String(GuidText(TGUID{}));
+  P.Get = [](void* O) { return TWBValue::String(GuidText(static_cast<C*>(O)->GetDriverID())); };
+  P.Set = [](void* O, const TWBValue& V, std::string& Why) {
+    std::string Text;
+    TGUID Id{};
+    if (!V.AsString(Text) || !Asiodrivers::ClsidFromText(Text, Id)) {
+      Why = "property DriverID: " + V.Describe() + " is not an identifier";
+      return false;
+    }
+    static_cast<C*>(O)->SetDriverID(Id);
+    return true;
+  };
+  return P;
+}
+
+const TWBClassInfo& DeviceItemClass() {
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRASIODeviceItem", nullptr,
+      {Property("DeviceName", &TSRASIODeviceItem::GetDeviceName, &TSRASIODeviceItem::SetDeviceName, std::string()),
+       DriverIDProperty<TSRASIODeviceItem>()});
+  return Info;
+}
+
+const TWBClassInfo& DeviceClass() {
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRASIODevice", nullptr,
+      {Property("DeviceName", &TSRASIODevice::GetDeviceName, &TSRASIODevice::SetDeviceName, std::string()),
+       DriverIDProperty<TSRASIODevice>(),
+       Collection<TSRASIODevice>(
+           "AlternativeDevices", DeviceItemClass(),
+           [](TSRASIODevice& D) { return static_cast<size_t>(D.GetAlternativeDevices().GetCount()); },
+           [](TSRASIODevice& D, size_t N, std::string& Why) {
+             if (N > 4096) {
+               Why = std::to_string(N) + " alternative devices are more than a device can have";
+               return false;
+             }
+             auto& Items = D.GetAlternativeDevices();
+             Items.Clear();
+             for (size_t I = 0; I < N; ++I) Items.Add();
+             return true;
+           },
+           [](TSRASIODevice& D, size_t I) -> void* { return &D.GetAlternativeDevices().GetItem(static_cast<int>(I)); })});
+  return Info;
+}
+
+const TWBClassInfo& SampleRateClass() {
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRASIOSampleRate", nullptr,
+      {Property("UseCurrent", &TSRASIOSampleRate::GetUseCurrent, &TSRASIOSampleRate::SetUseCurrent, false),
+       Property("Rate", &TSRASIOSampleRate::GetRate, &TSRASIOSampleRate::SetRate, 44100.0)});
+  return Info;
+}
+
+const TWBClassInfo& ClockSourceClass() {
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRASIOClockSource", nullptr,
+      {Property("UseCurrent", &TSRASIOClockSource::GetUseCurrent, &TSRASIOClockSource::SetUseCurrent, false),
+       Property("ActiveIndex", &TSRASIOClockSource::GetActiveIndex, &TSRASIOClockSource::SetActieveIndex,
+                int32_t(0))});
+  return Info;
+}
+
+const TWBClassInfo& BufferSizeClass() {
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRASIOBufferSize", nullptr,
+      {Property("UsePreferred", &TSRASIOBufferSize::GetUsePreferred, &TSRASIOBufferSize::SetUsePreferred, true),
+       Property("BufferSize", &TSRASIOBufferSize::GetBufferSize, &TSRASIOBufferSize::SetBufferSize, uint32_t(256))});
+  return Info;
+}
+
+const TWBClassInfo& ChannelItemClass() {
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRASIOChannelItem", nullptr,
+      {Property("Enabled", &TSRASIOChannelItem::GetEnabled, &TSRASIOChannelItem::SetEnabled, true)});
+  return Info;
+}
+
+template <typename TItems>
+TWBPropertyInfo ChannelsProperty(const std::string& Name, TItems& (TSRASIOAudioDevice::*Accessor)()) {
+  return Collection<TSRASIOAudioDevice>(
+      Name, ChannelItemClass(),
+      [Accessor](TSRASIOAudioDevice& D) { return static_cast<size_t>((D.*Accessor)().GetCount()); },
+      [Accessor](TSRASIOAudioDevice& D, size_t N, std::string& Why) {
+        if (N > static_cast<size_t>(MaxDriverChannels)) {
+          Why = std::to_string(N) + " channels are more than a driver can have";
+          return false;
+        }
+        (D.*Accessor)().SetCount(static_cast<int>(N));
+        return true;
+      },
+      [Accessor](TSRASIOAudioDevice& D, size_t I) -> void* {
+        return static_cast<TSRASIOChannelItem*>(&(D.*Accessor)().GetItem(static_cast<int>(I)));
+      });
+}
+
+}  // namespace
+
+const TWBClassInfo& TSRASIOAudioDevice::ClassInfo() {
+  using D = TSRASIOAudioDevice;
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRASIOAudioDevice", &TWBComponent::ClassInfo(),
+      {Group("Device", &D::GetDevice, DeviceClass()), Group("SampleRate", &D::GetSampleRate, SampleRateClass()),
+       Group("ClockSource", &D::GetClockSource, ClockSourceClass()),
+       Group("BufferSize", &D::GetBufferSize, BufferSizeClass()),
+       ChannelsProperty("InputChannels", &D::GetInputChannels),
+       ChannelsProperty("OutputChannels", &D::GetOutputChannels),
+       Property("MasterPumping", &D::GetMasterPumping, &D::SetMasterPumping, false),
+       Property("ProcessOnDriverThread", &D::GetProcessOnDriverThread, &D::SetProcessOnDriverThread, false),
+       // The device's own Enabled: while loading it records the wish, and Loaded starts the device.
+       Property("Enabled", &D::GetEnabled, &D::SetEnabled, false)},
+      Factory<TSRASIOAudioDevice>());
+  return Info;
+}
+
+namespace Srasioaudiodevice {
+
+void RegisterPkg() { Design::Components::RegisterComponents({&TSRASIOAudioDevice::ClassInfo()}); }
+void UnregisterPkg() { Design::Components::UnregisterComponents({&TSRASIOAudioDevice::ClassInfo()}); }
+
+}  // namespace Srasioaudiodevice
 
 }  // namespace Quorvel

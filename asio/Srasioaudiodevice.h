@@ -371,7 +371,15 @@ enum class TSRASIODeviceState {
 // driver goes.
 class TSRASIOAudioDevice : public TWBComponent {
  public:
+  // The class's published properties (frame/Wbpersistence.h): the device
+  // selector with its alternatives, rate, clock, buffer size, channels,
+  // MasterPumping, ProcessOnDriverThread and Enabled (last, so that a device
+  // loaded enabled starts in Loaded with everything else in place).
+  static const TWBClassInfo& ClassInfo();
+  const TWBClassInfo& GetClassInfo() const override { return ClassInfo(); }
   explicit TSRASIOAudioDevice(TWBComponent* Owner = nullptr);
+  // The channel items' pins: inputs' sources first, then outputs' sinks.
+  std::vector<TPWBasicPin*> GetPublishedPins() const override;
   ~TSRASIOAudioDevice() override;
 
   // ---- properties [main thread] ----
@@ -542,5 +550,11 @@ class TSRASIOAudioDevice : public TWBComponent {
 
   TSRASIOStreamCounters FCounters;
 };
+
+// The unit's registration entry: hands TSRASIOAudioDevice to the component catalogue.
+namespace Srasioaudiodevice {
+void RegisterPkg();
+void UnregisterPkg();
+}  // namespace Srasioaudiodevice
 
 }  // namespace Quorvel

@@ -78,6 +78,9 @@ class TWBComponent : public IPWPinOwner {
   void PinRemoved(TPWBasicPin& Pin) override;
   // [main thread] The pins of the component, in the order they were made.
   std::vector<TPWBasicPin*> GetPins() const;
+  // [main thread] The pins a document connects by name: the component's own,
+  // and those of its sub-objects (a device's channel items) where it has them.
+  virtual std::vector<TPWBasicPin*> GetPublishedPins() const { return GetPins(); }
   bool IsPinOwnerDestroying() const override { return IsDestroying(); }
 
  protected:

@@ -297,32 +297,13 @@ bool LoadDocument(const TWBDocument& Document, TWBComponent& Owner, std::vector<
       return Fail("component \"" + C.Name + "\": a name is needed, without a full stop");
     if (!Index.emplace(C.Name, I).second) return Fail("component " + C.Name + ": the name is used twice");
   }
-  // Cycles among the components the connections name.
-  std::vector<std::vector<size_t>> Next(Document.Components.size());
   for (const auto& Link : Document.Connections) {
     std::string FromC, FromP, ToC, ToP;
     if (!SplitPin(Link.From, FromC, FromP) || !SplitPin(Link.To, ToC, ToP))
       return Fail("connection " + Link.From + " -> " + Link.To + ": pins are named component.pin");
     if (!Index.count(FromC)) return Fail("connection " + Link.From + " -> " + Link.To + ": no component " + FromC);
     if (!Index.count(ToC)) return Fail("connection " + Link.From + " -> " + Link.To + ": no component " + ToC);
-    Next[Index[FromC]].push_back(Index[ToC]);
   }
-  std::vector<int> Mark(Document.Components.size(), 0);  // 0 new, 1 on the path, 2 done
-  std::string Cycle;
-  std::function<bool(size_t)> Visit = [&](size_t N) {
-    Mark[N] = 1;
-    for (size_t M : Next[N]) {
-      if (Mark[M] == 1) {
-        Cycle = Document.Components[N].Name + " -> " + Document.Components[M].Name;
-        return true;
-      }
-      if (Mark[M] == 0 && Visit(M)) return true;
-    }
-    Mark[N] = 2;
-    return false;
-  };
-  for (size_t N = 0; N < Mark.size(); ++N)
-    if (Mark[N] == 0 && Visit(N)) return Fail("the connections make a cycle (" + Cycle + ")");
 
   for (const auto& C : Document.Components) {
     TWBComponent* Component = Design::Components::CreateComponent(C.ClassName, &Owner);
@@ -345,10 +326,11 @@ bool LoadDocument(const TWBDocument& Document, TWBComponent& Owner, std::vector<
   const auto FindPin = [&](const std::string& Text, bool Send) -> TPWBasicPin* {
     std::string C, P;
     SplitPin(Text, C, P);
-    for (TPWBasicPin* Pin : Mine[Index[C]]->GetPins())
+    for (TPWBasicPin* Pin : Mine[Index[C]]->GetPublishedPins())
       if (Pin->GetName() == P && (Send ? Pin->CanSend() : Pin->CanReceive())) return Pin;
     return nullptr;
   };
+  std::vector<std::pair<TPWBasicPin*, TPWBasicPin*>> Links;
   for (const auto& Link : Document.Connections) {
     TPWBasicPin* From = FindPin(Link.From, true);
     TPWBasicPin* To = FindPin(Link.To, false);
@@ -356,8 +338,36 @@ bool LoadDocument(const TWBDocument& Document, TWBComponent& Owner, std::vector<
     if (!To) return Fail("connection " + Link.From + " -> " + Link.To + ": no pin " + Link.To + " that receives");
     if (From->GetCategory() != To->GetCategory())
       return Fail("connection " + Link.From + " -> " + Link.To + ": the pins carry different kinds of data");
-    if (!From->Connect(*To)) return Fail("connection " + Link.From + " -> " + Link.To + ": the pins do not connect");
+    Links.emplace_back(From, To);
   }
+  // Cycles: data flows from a pin's owner to the owners of the pins it feeds.
+  // Owners are what pass data through (a component, or a device's channel
+  // item), so a device whose inputs feed a chain that ends at its outputs is
+  // no cycle.
+  std::map<const IPWPinOwner*, std::vector<size_t>> Out;
+  for (size_t L = 0; L < Links.size(); ++L) Out[&Links[L].first->GetOwner()].push_back(L);
+  std::map<const IPWPinOwner*, int> Mark;  // absent new, 1 on the path, 2 done
+  std::string Cycle;
+  std::function<bool(const IPWPinOwner*)> Visit = [&](const IPWPinOwner* N) {
+    Mark[N] = 1;
+    for (size_t L : Out[N]) {
+      const IPWPinOwner* M = &Links[L].second->GetOwner();
+      if (Mark[M] == 1) {
+        Cycle = Document.Connections[L].From + " -> " + Document.Connections[L].To;
+        return true;
+      }
+      if (Mark[M] == 0 && Visit(M)) return true;
+    }
+    Mark[N] = 2;
+    return false;
+  };
+  for (const auto& [From, To] : Links)
+    if (Mark[&From->GetOwner()] == 0 && Visit(&From->GetOwner()))
+      return Fail("the connections make a cycle (at " + Cycle + ")");
+  for (size_t L = 0; L < Links.size(); ++L)
+    if (!Links[L].first->Connect(*Links[L].second))
+      return Fail("connection " + Document.Connections[L].From + " -> " + Document.Connections[L].To +
+                  ": the pins do not connect");
   Made.insert(Made.end(), Mine.begin(), Mine.end());
   return true;
 }

@@ -1,5 +1,6 @@
 #include "frame/Wbpersistence.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -247,14 +248,11 @@ void TWBFiler::DefineBinaryProperty(const std::string& Name, std::function<void(
 std::vector<const TWBPropertyInfo*> TWBClassInfo::AllProperties() const {
   std::vector<const TWBPropertyInfo*> All = Parent ? Parent->AllProperties() : std::vector<const TWBPropertyInfo*>();
   for (const auto& P : Properties) {
-    // A class may redeclare a parent's property (another default, say).
-    bool Replaced = false;
-    for (auto& Known : All)
-      if (Known->Name == P.Name) {
-        Known = &P;
-        Replaced = true;
-      }
-    if (!Replaced) All.push_back(&P);
+    // A class may redeclare a parent's property (its own setter, another
+    // default): the redeclaration takes the parent's place in the order.
+    All.erase(std::remove_if(All.begin(), All.end(), [&](const TWBPropertyInfo* Known) { return Known->Name == P.Name; }),
+              All.end());
+    All.push_back(&P);
   }
   return All;
 }

@@ -173,7 +173,8 @@ struct TWBClassInfo {
   std::function<TWBComponent*(TWBComponent* Owner)> Create;
   // The object's extra properties, if it has any.
   std::function<void(void* Object, TWBFiler& Filer)> DefineProperties;
-  // All properties, the parent's first.
+  // All properties, the parent's first; a property the class redeclares is
+  // where the class puts it (so a class decides what loads last).
   std::vector<const TWBPropertyInfo*> AllProperties() const;
 };
 

@@ -2,6 +2,7 @@
 
 #include <iterator>
 
+#include "asio/Srasioaudiodevice.h"
 #include "vst2/Srvsthost.h"
 
 namespace Quorvel::Package {
@@ -10,6 +11,7 @@ namespace {
 // The component units in the package's unit order, then the units that
 // register nothing.
 const TUnitInfo kUnits[] = {
+    {"Srasioaudiodevice", "TSRASIOAudioDevice", &Srasioaudiodevice::RegisterPkg, &Srasioaudiodevice::UnregisterPkg},
     {"Srvsthost", "TSRVSTHost", &Srvsthost::RegisterPkg, &Srvsthost::UnregisterPkg},
     {"Srvsteffectintf", nullptr, nullptr, nullptr},
     {"Asiointerface", nullptr, nullptr, nullptr},

@@ -2,6 +2,7 @@
 // made into components, run from its sources to its sinks, with what each
 // sink received. File sinks write through a temporary file each, put in
 // place only when the whole chain ran without an error.
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
@@ -10,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "asio/Srasioaudiodevice.h"
 #include "frame/Srdemocomponents.h"
 #include "frame/Srfilecomponents.h"
 #include "frame/Wbdocument.h"
@@ -65,6 +67,10 @@ int RunDocument(const TArgs& Args) {
   std::string Error;
   if (!ParseDocument(Text.str(), Document, Error)) return Fail(Files[0] + ": " + Error);
 
+  // ASIO devices in the document live in this thread's COM apartment and find
+  // their drivers where the package's ASIO drivers are listed.
+  ASIOInitializeComForThisThread();
+  RegisterBundledAsioDrivers();
   TReports Reports;  // outlives the components
   TWBComponent Form;
   std::vector<TWBComponent*> Made;
@@ -94,8 +100,25 @@ int RunDocument(const TArgs& Args) {
     if (auto* W = As<TSRWaveFileWriter>(C)) W->SetFileName(Outputs.back()->GetWorkName());
   }
 
-  // Sources, in document order: files to their end, tones for -s seconds (2 by default).
-  bool AnySource = false;
+  // Devices start first (a device loaded enabled started before its pins
+  // were connected: it starts again), then the other sources run in document
+  // order: files to their end, tones for -s seconds (2 by default); devices
+  // run until -s seconds have passed since they started.
+  using TClock = std::chrono::steady_clock;
+  const double For = Seconds > 0 ? Seconds : 2.0;
+  std::vector<TSRASIOAudioDevice*> Devices;
+  for (TWBComponent* C : Made)
+    if (auto* D = As<TSRASIOAudioDevice>(C)) {
+      if (D->GetRunning()) D->Stop();
+      D->Start();
+      if (!D->GetRunning())
+        return Fail(C->GetName() + ": the device did not start" + (Reports.Empty() ? "" : ": " + Reports.First()));
+      std::printf("%s: %s, %.0f Hz, buffers of %d frames\n", C->GetName().c_str(), D->GetDriverName().c_str(),
+                  D->GetRunningSampleRate(), static_cast<int>(D->GetBufferSize().GetRunningSize()));
+      Devices.push_back(D);
+    }
+  const auto Begin = TClock::now();
+  bool AnySource = !Devices.empty();
   for (TWBComponent* C : Made) {
     if (auto* S = As<TSRAudioFileSource>(C)) {
       AnySource = true;
@@ -104,7 +127,6 @@ int RunDocument(const TArgs& Args) {
                   S->GetFileName().c_str());
     } else if (auto* T = As<TSRToneGenerator>(C)) {
       AnySource = true;
-      const double For = Seconds > 0 ? Seconds : 2.0;
       T->Start();
       T->Generate(static_cast<size_t>(std::ceil(For * T->GetSampleRate() / static_cast<double>(T->GetBlockSize()))));
       T->Stop();
@@ -112,7 +134,29 @@ int RunDocument(const TArgs& Args) {
                   static_cast<unsigned long long>(T->GetFramesSent()), T->GetFrequency());
     }
   }
-  if (!AnySource) return Fail(Files[0] + ": the chain has no source to run (a file source or a tone)");
+  if (!AnySource) return Fail(Files[0] + ": the chain has no source to run (a file source, a tone or a device)");
+  if (!Devices.empty()) {
+    // The drivers call back on threads of their own; this thread serves the
+    // main-thread queue, where a driver's reset request stops its device.
+    const auto End = Begin + std::chrono::duration_cast<TClock::duration>(std::chrono::duration<double>(For));
+    for (auto Now = TClock::now(); Now < End; Now = TClock::now()) {
+      bool AnyRunning = false;
+      for (auto* D : Devices) AnyRunning = AnyRunning || D->GetRunning();
+      if (!AnyRunning) break;
+      const auto Left = std::chrono::duration_cast<std::chrono::milliseconds>(End - Now).count();
+      Threading::WaitAndProcessMainThreadQueue(static_cast<int>(std::min<int64_t>(Left + 1, 50)));
+    }
+    for (auto* D : Devices) {
+      const bool Stopped = !D->GetRunning();
+      D->Stop();
+      Threading::ProcessMainThreadQueue();
+      const TSRASIOAudioDeviceStats St = D->GetStats();
+      std::printf("%s: switches %llu, input buffers %llu, output buffers %llu, lost buffers %llu%s\n",
+                  D->GetName().c_str(), static_cast<unsigned long long>(St.Switches),
+                  static_cast<unsigned long long>(St.InputBuffers), static_cast<unsigned long long>(St.OutputBuffers),
+                  static_cast<unsigned long long>(St.LostBuffers), Stopped ? " (the driver stopped it)" : "");
+    }
+  }
   if (!Reports.Empty()) return Fail(Reports.First());
 
   for (TWBComponent* C : Made) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "asio/Srasiocallbackentries.h"
+#include "frame/Wbdocument.h"
 #include "frame/Wbexception.h"
 #include "tests/asio/Asiodevicefixture.h"
 #include "tests/support/Testcomponents.h"
@@ -616,6 +617,53 @@ TEST_F(AsioDeviceTest, StartStopCloseWhileTheDriverRuns) {
   }
   ASSERT_TRUE(WaitUntil([&] { return Api->BusyCount() == 0; }));
   EXPECT_EQ(Stats().LiveObjects, 0);
+}
+
+// Everything a user sets up on a device survives a document: the loaded
+// device starts by itself (it was saved enabled) with the saved driver,
+// rate, buffer size, clock and channels, and saves to the same document.
+TEST_F(AsioDeviceTest, SettingsSurviveADocumentAndAnEnabledDeviceStartsWhenLoaded) {
+  Srasioaudiodevice::RegisterPkg();
+  TQvTestAsioConfig C = Config();
+  C.Behaviours |= qvbAnyBufferSize;
+  C.Pacing = qvpManual;
+  SetConfig(C);
+  std::string Text;
+  {
+    TWBComponent Form;
+    auto* Device = new TSRASIOAudioDevice(&Form);
+    Device->SetName("Card");
+    Prepare(*Device, 0, 2, 2, 128);
+    Device->GetInputChannels().GetItem(1).SetEnabled(false);
+    Device->GetSampleRate().SetRate(48000);
+    Device->GetClockSource().SetActieveIndex(1);
+    Device->SetMasterPumping(true);
+    Device->GetDevice().GetAlternativeDevices().Add().SetDeviceName(QvTestAsioNames[1]);
+    Device->SetEnabled(true);
+    ASSERT_TRUE(Device->GetRunning());
+    Text = WriteDocument(SaveDocument({Device}));
+    Device->SetEnabled(false);
+  }
+  EXPECT_NE(Text.find("\"Rate\": 48000.0"), std::string::npos) << Text;
+  EXPECT_NE(Text.find("\"AlternativeDevices\""), std::string::npos) << Text;
+
+  TWBComponent Form;
+  std::vector<TWBComponent*> Made;
+  TWBDocument Document;
+  std::string Error;
+  ASSERT_TRUE(ParseDocument(Text, Document, Error)) << Error;
+  ASSERT_TRUE(LoadDocument(Document, Form, Made, Error)) << Error << "\n" << Text;
+  auto* Device = dynamic_cast<TSRASIOAudioDevice*>(Made.at(0));
+  ASSERT_NE(Device, nullptr);
+  EXPECT_TRUE(Device->GetRunning()) << "a device saved enabled starts once it is loaded";
+  EXPECT_EQ(Device->GetRunningSampleRate(), 48000.0);
+  EXPECT_EQ(Device->GetBufferSize().GetRunningSize(), 128);
+  EXPECT_EQ(Config().CurrentClock, 1) << "the saved clock was selected";
+  EXPECT_FALSE(Device->GetInputChannels().GetItem(1).GetEnabled());
+  EXPECT_TRUE(Device->GetMasterPumping());
+  EXPECT_EQ(Device->GetDevice().GetAlternativeDevices().GetItem(0).GetDeviceName(), QvTestAsioNames[1]);
+  EXPECT_EQ(WriteDocument(SaveDocument(Made)), Text);
+  Device->SetEnabled(false);
 }
 
 }  // namespace
