@@ -20,7 +20,8 @@ namespace {
 
 // Channel counts beyond this are nonsense from a driver, not hardware.
 constexpr int32_t MaxDriverChannels = 4096;
-// Buffer sizes beyond this are refused after the driver accepted them.
+// Buffer sizes outside 1 to this are refused before the driver is asked:
+// the per-channel buffers are made from the size.
 constexpr int32_t MaxRunningSize = 1 << 20;
 // Buffers each channel keeps for reuse while it runs, and the least room
 // each output buffer has for blocks from upstream.
@@ -676,7 +677,8 @@ TASIOError TSRASIOAudioDevice::ReadChannelInfos(int32_t& Failed) {
         Failed = R;
       }
       if (GetState() != TSRASIODeviceState::dsStarting) return First;
-      Warning(ChannelInfoText(Input, Info.channel), Code);
+      // The number is the loop's: a driver may have changed the record it failed to fill.
+      Warning(ChannelInfoText(Input, Input ? R : R - FDriverInputs), Code);
       continue;
     }
     Info.name[sizeof Info.name - 1] = 0;
@@ -839,11 +841,11 @@ bool TSRASIOAudioDevice::Start() {
   const int32_t Size = FBufferSize.CalculateSize();
   if (Size < 1 || Size > MaxRunningSize) return Fail("Can't create buffers", ASE_InvalidParameter);
 
-  // 7. The driver's buffers.
+  // 7. The driver's buffers; the running size is the size passed, whatever the answer.
+  FBufferSize.SetRunningSize(Size);
   Code = ASIOCreateBuffers(D, FRun.BufferInfos.data(), FRun.EnabledInputs + FRun.EnabledOutputs, Size, Callbacks);
   if (Code != ASE_OK) return Fail("Can't create buffers", Code);
   TUndo Buffers([D] { ASIODisposeBuffers(D); });
-  FBufferSize.SetRunningSize(Size);
 
   // 8. The channels again: the driver may have changed them for its buffers.
   int32_t Failed = 0;

@@ -168,6 +168,11 @@ TEST_F(Documents, FileComponentsLoadOpenAndConnectByPinName) {
   EXPECT_EQ(static_cast<TSRAudioFileSink*>(Made[1])->GetFramesWritten(), 4u * 256);
   const std::string Saved = WriteDocument(SaveDocument(Made));
   EXPECT_NE(Saved.find("\"from\": \"In.Channel 1\",\n      \"to\": \"Out.Input2\""), std::string::npos) << Saved;
+  // What was saved loads back to the same document.
+  TWBComponent Again;
+  std::vector<TWBComponent*> Reloaded;
+  ASSERT_EQ(Load(Saved, Again, Reloaded), "");
+  EXPECT_EQ(WriteDocument(SaveDocument(Reloaded)), Saved);
 }
 
 TEST_F(Documents, BadDocumentsAreRefusedNamingTheItemAndMakeNothing) {
