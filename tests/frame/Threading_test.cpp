@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "frame/Wbtimer.h"
 #include "frame/Threading.h"
 
 #ifdef _WIN32
@@ -383,3 +384,53 @@ TEST_F(ThreadingMainThread, TheMessageLoopDrainsTheQueue) {
   }
 }
 #endif
+
+// ---- the main-thread timer ---------------------------------------------------
+
+TEST(Timer, TicksRunOnTheMainThreadOneAtATimeAndStopWhenDisabled) {
+  SetMainThread();
+  ProcessMainThreadQueue();
+  Quorvel::TWBTimer Timer;
+  EXPECT_FALSE(Timer.GetEnabled());
+  EXPECT_EQ(Timer.GetInterval(), 1000u);
+  Timer.SetInterval(0);
+  EXPECT_EQ(Timer.GetInterval(), 1u) << "at least a millisecond";
+  int Ticks = 0;
+  bool OnMain = true;
+  Timer.OnTimer = [&](Quorvel::TWBTimer&) {
+    ++Ticks;
+    OnMain = OnMain && IsMainThread();
+  };
+  Timer.SetInterval(2);
+  Timer.SetEnabled(true);
+  // Ticks arrive only through the queue.
+  for (int I = 0; I < 10000 && Ticks < 3; ++I) WaitAndProcessMainThreadQueue(50);
+  EXPECT_GE(Ticks, 3);
+  EXPECT_TRUE(OnMain);
+
+  // However long the main thread is busy (here some 25 intervals), one tick
+  // waits, not a pile; a second may only arrive while the queue drains.
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  const int Before = Ticks;
+  ProcessMainThreadQueue();
+  EXPECT_LE(Ticks - Before, 2);
+
+  // Disabled, a tick that was already queued does not run.
+  std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  Timer.SetEnabled(false);
+  const int AtStop = Ticks;
+  ProcessMainThreadQueue();
+  EXPECT_EQ(Ticks, AtStop);
+
+  // Destroyed while a tick waits: the tick is dropped with the timer.
+  int Late = 0;
+  {
+    Quorvel::TWBTimer Short;
+    Short.SetInterval(1);
+    Short.OnTimer = [&](Quorvel::TWBTimer&) { ++Late; };
+    Short.SetEnabled(true);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  ProcessMainThreadQueue();
+  EXPECT_EQ(Late, 0);
+}
