@@ -9,6 +9,7 @@
 #include <random>
 #include <vector>
 
+#include "tests/support/Scratchfolder.h"
 #include "frame/Srfilecomponents.h"
 
 using namespace Quorvel;
@@ -16,18 +17,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class FileChain : public ::testing::Test {
+class FileChain : public Testing::ScratchFolderTest {
  protected:
-  void SetUp() override {
-    Dir = fs::temp_directory_path() / ("quorvel-files-" + std::to_string(std::random_device{}()));
-    ASSERT_TRUE(fs::create_directories(Dir));
-  }
-  void TearDown() override {
-    std::error_code Ignored;
-    fs::remove_all(Dir, Ignored);
-  }
-  std::string PathOf(const char* Name) const { return (Dir / Name).u8string(); }
-
   template <typename T>
   void WriteFile(const char* Name, Platform::TAudioFileInfo Info, const std::vector<T>& Samples) {
     std::string Error;
@@ -65,7 +56,6 @@ class FileChain : public ::testing::Test {
     return Source.Run();
   }
 
-  fs::path Dir;
 };
 
 }  // namespace

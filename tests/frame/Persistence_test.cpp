@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <random>
 
+#include "tests/support/Scratchfolder.h"
 #include "frame/Srdemocomponents.h"
 #include "frame/Srfilecomponents.h"
 #include "frame/Wbcollection.h"
@@ -68,17 +69,9 @@ class TKeeper : public TWBComponent {
   std::vector<uint8_t> Blob;
 };
 
-class Documents : public ::testing::Test {
+class Documents : public Testing::ScratchFolderTest {
  protected:
   static void SetUpTestSuite() { Design::Components::RegisterComponents({&TKeeper::ClassInfo()}); }
-  void SetUp() override {
-    Dir = fs::temp_directory_path() / ("quorvel-docs-" + std::to_string(std::random_device{}()));
-    ASSERT_TRUE(fs::create_directories(Dir));
-  }
-  void TearDown() override {
-    std::error_code Ignored;
-    fs::remove_all(Dir, Ignored);
-  }
   // Loads Text into Form; answers the error ("" when it loaded).
   std::string Load(const std::string& Text, TWBComponent& Form, std::vector<TWBComponent*>& Made) {
     TWBDocument D;
@@ -86,7 +79,6 @@ class Documents : public ::testing::Test {
     if (!ParseDocument(Text, D, Error)) return Error;
     return LoadDocument(D, Form, Made, Error) ? std::string() : Error;
   }
-  fs::path Dir;
 };
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <functional>
 #include <random>
 
+#include "tests/support/Scratchfolder.h"
 #include "frame/Wbstreams.h"
 
 using namespace Quorvel;
@@ -14,19 +15,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class Streams : public ::testing::Test {
- protected:
-  void SetUp() override {
-    Dir = fs::temp_directory_path() / ("quorvel-streams-" + std::to_string(std::random_device{}()));
-    ASSERT_TRUE(fs::create_directories(Dir));
-  }
-  void TearDown() override {
-    std::error_code Ignored;
-    fs::remove_all(Dir, Ignored);
-  }
-  std::string PathOf(const std::string& Utf8) const { return (Dir / fs::u8path(Utf8)).u8string(); }
-  fs::path Dir;
-};
+class Streams : public Testing::ScratchFolderTest {};
 
 std::vector<uint8_t> Bytes(std::initializer_list<int> L) {
   std::vector<uint8_t> V;

@@ -1,5 +1,6 @@
 // The OS seams through their portable headers: the same cases run natively
 // and, for the Windows build, under Wine.
+#include "tests/support/Scratchfolder.h"
 #include "platform/Audiofile.h"
 #include "platform/Files.h"
 #include "platform/Library.h"
@@ -107,23 +108,13 @@ TBytes ReadAll(TAudioFileReader& Reader, uint64_t Step) {
 }
 
 // A directory of its own under the system's temporary folder, removed afterwards.
-class PlatformFiles : public ::testing::Test {
+class PlatformFiles : public Quorvel::Testing::ScratchFolderTest {
  protected:
-  void SetUp() override {
-    Dir = fs::temp_directory_path() / ("quorvel-platform-" + std::to_string(std::random_device{}()));
-    ASSERT_TRUE(fs::create_directories(Dir));
-  }
-  void TearDown() override {
-    std::error_code Ignored;
-    fs::remove_all(Dir, Ignored);
-  }
-  std::string PathOf(const std::string& Utf8Name) const { return (Dir / fs::u8path(Utf8Name)).u8string(); }
   std::string Store(const std::string& Utf8Name, const TBytes& Bytes) const {
     std::ofstream(Dir / fs::u8path(Utf8Name), std::ios::binary)
         .write(reinterpret_cast<const char*>(Bytes.data()), std::streamsize(Bytes.size()));
     return PathOf(Utf8Name);
   }
-  fs::path Dir;
 };
 
 // ---- code libraries -------------------------------------------------------
