@@ -439,6 +439,8 @@ void TSRVSTHost::PopulateParams() {
   const int32_t N = std::clamp(GetNumParams(), 0, kMaxPlugInParameters);
   FParamNames.assign(static_cast<size_t>(N), std::string());
   for (int32_t I = 0; I < N; ++I) FParamNames[static_cast<size_t>(I)] = GetParameterName(I);
+  // Fresh parameter objects: a parameter-structure description, once read,
+  // attaches its entries to them (TSRVSTParameter::SetStructureEntry).
   FParameters.Rebuild(N);
   FPrograms.Rebuild(GetNumPrograms());
 }

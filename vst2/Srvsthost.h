@@ -167,9 +167,13 @@ class TSRVSTHost : public TSRBasicMultiInput {
   std::string GetCurrentProgramName();                     // effGetProgramName
   void SetCurrentProgramName(const std::string& Value);    // effSetProgramName
   // effGetProgramNameIndexed; when the plug-in does not answer it, the host
-  // switches to program Index, reads its name and switches back.
+  // switches to program Index, reads its name and switches back. "" for an
+  // index outside the plug-in's programs.
   std::string GetProgramNameByIndex(int32_t Index);
-  // Selects Program and collects it in the parameter form of the files.
+  // Selects Program and collects it in the parameter form of the files:
+  // ByteSize counts the 60-byte header the writers write, fxVersion is the
+  // effect's Version, numParams its parameter count (at most
+  // kMaxPlugInParameters), the name is cut to 26 characters.
   TSRVSTPresetRecord GetPreset(int32_t Program);
 
   // ---- preset and bank files [main thread] ----

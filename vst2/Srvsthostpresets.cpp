@@ -184,6 +184,8 @@ void TSRVSTHost::SaveBank(TWBStream& Stream) {
 void TSRVSTHost::LoadBank(TWBStream& Stream) {
   TLockGuard G(GetLock());
   if (!Open()) return;
+  // Kept as the component always did: the form is the byte at offset 9, and
+  // no magic but fxID is checked.
   const int32_t Form = FormByte(Stream);
   if (Form < 0) return;
   if (Form != 'x') {
@@ -194,6 +196,7 @@ void TSRVSTHost::LoadBank(TWBStream& Stream) {
       Error("Bank file not for this plugin!", -1);
       return;
     }
+    // Kept as the component always did: the chunk is the rest of the stream.
     const int64_t Rest = Stream.Remaining();
     if (Rest > INT32_MAX) return;
     std::vector<uint8_t> Chunk(static_cast<size_t>(Rest) + 1);
@@ -203,6 +206,8 @@ void TSRVSTHost::LoadBank(TWBStream& Stream) {
     return;
   }
   TFXSet H{};
+  // Kept as the component always did: 156 bytes of bank header and 56 of
+  // each program's, 4 fewer than the writer writes.
   if (!Stream.ReadExact(&H, sizeof H)) return;
   if (GetBigEndian(H.fxID) != GetUniqueID()) {
     Error("Bank file not for this plugin!", -1);
