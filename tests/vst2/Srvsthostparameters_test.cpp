@@ -404,6 +404,26 @@ TEST(VSTPresetFiles, HostileFilesNeverCrashOverreadOrOverallocate) {
       EXPECT_LE(Probe.Count(qrSetParameter), 3u) << Count;
     }
 
+    // A chunk size of 2^31 - 1 over 8 bytes of chunk: the 8 bytes are handed over.
+    TBytes Lying(Preset.begin(), Preset.begin() + 60);
+    Lying[9] = 'P';
+    Lying[56] = 0x7F;
+    Lying[57] = Lying[58] = Lying[59] = 0xFF;
+    Lying.insert(Lying.end(), 8, 0xEE);
+    TBytes LyingBank(Bank.begin(), Bank.begin() + 156);
+    LyingBank[9] = 'B';
+    LyingBank.insert(LyingBank.end(), {0x7F, 0xFF, 0xFF, 0xFF});
+    LyingBank.insert(LyingBank.end(), 8, 0xEE);
+    Probe.Clear();
+    ResetLargestHeapAllocation();
+    Load(Host, Lying, false);
+    Load(Host, LyingBank, true);
+    EXPECT_LT(LargestHeapAllocation(), 64u * 1024u);
+    const auto Handed = Probe.Of(qrDispatch, effSetChunk);
+    ASSERT_EQ(Handed.size(), 2u);
+    EXPECT_EQ(Handed[0].Value, 8);
+    EXPECT_EQ(Handed[1].Value, 8);
+
     // A zero-length chunk is handed over as zero bytes.
     TBytes Empty(Preset.begin(), Preset.begin() + 60);
     Empty[9] = 'P';
