@@ -186,6 +186,11 @@ void TSRVSTHost::SetFileName(const std::string& Value) {
   FileNameChanged();
 }
 
+void TSRVSTHost::Loaded() {
+  TSRBasicMultiInput::Loaded();
+  FParameters.TryApplyValues();
+}
+
 void TSRVSTHost::FileNameChanged() {
   TLockGuard G(GetLock());
   const bool WasLoaded = FModule != nullptr;
@@ -217,6 +222,7 @@ bool TSRVSTHost::Open() {
     PopulateParams();
     PopulatePinNames();
     UpdateBypass();
+    FParameters.TryApplyValues();  // values loaded with the component while it was closed
   }
   ApplyPendingTime();  // what the plug-in's own threads set while the lock was ours
   return Result;
@@ -430,9 +436,13 @@ std::string TSRVSTHost::GetProgramNameIndexed(int32_t Index) {
 }
 
 void TSRVSTHost::PopulateParams() {
-  const int32_t N = std::max(GetNumParams(), 0);
+  const int32_t N = std::clamp(GetNumParams(), 0, kMaxPlugInParameters);
   FParamNames.assign(static_cast<size_t>(N), std::string());
   for (int32_t I = 0; I < N; ++I) FParamNames[static_cast<size_t>(I)] = GetParameterName(I);
+  // Fresh parameter objects: a parameter-structure description, once read,
+  // attaches its entries to them (TSRVSTParameter::SetStructureEntry).
+  FParameters.Rebuild(N);
+  FPrograms.Rebuild(GetNumPrograms());
 }
 
 // One pin per plug-in channel, captioned by the plug-in's pin properties
@@ -997,11 +1007,28 @@ struct TWBEnumNames<TSRVSTHostLanguage> {
                                                 "vstlLangJapanese"};
 };
 
+namespace {
+
+// The plug-in's parameter values as an extra property, streamed after the
+// published ones (FileName included): a host that is closed when they load
+// applies them when it opens.
+TWBClassInfo WithParameterValues(TWBClassInfo Info) {
+  Info.DefineProperties = [](void* Object, TWBFiler& Filer) {
+    TSRVSTParameters& P = static_cast<TSRVSTHost*>(Object)->GetParameters();
+    Filer.DefineProperty(
+        "ParameterValues", [&P](TWBReader& R) { P.ReadData(R); }, [&P](TWBWriter& W) { P.WriteData(W); },
+        P.HasData());
+  };
+  return Info;
+}
+
+}  // namespace
+
 const TWBClassInfo& TSRVSTHost::ClassInfo() {
   using H = TSRVSTHost;
   // FileName comes last: setting it opens the plug-in, which then hears the
   // rate, block size and host answers loaded before it.
-  static const TWBClassInfo Info = MakeClassInfo(
+  static const TWBClassInfo Info = WithParameterValues(MakeClassInfo(
       "TSRVSTHost", &TSRBasicMultiInput::ClassInfo(),
       {PropertyOf<H, size_t>(
            "BufferSize", [](H& O) { return O.GetBufferSize(); }, [](H& O, size_t V) { O.SetBufferSize(V); },
@@ -1028,7 +1055,7 @@ const TWBClassInfo& TSRVSTHost::ClassInfo() {
        Property("InputLatency", &H::GetInputLatency, &H::SetInputLatency, int32_t(0)),
        Property("OutputLatency", &H::GetOutputLatency, &H::SetOutputLatency, int32_t(0)),
        Property("FileName", &H::GetFileName, &H::SetFileName, std::string())},
-      Factory<TSRVSTHost>());
+      Factory<TSRVSTHost>()));
   return Info;
 }
 

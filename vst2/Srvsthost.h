@@ -36,8 +36,10 @@
 #include "frame/Srbasicmultiinput.h"
 #include "frame/Wbbuffers.h"
 #include "frame/Wbset.h"
+#include "frame/Wbstreams.h"
 #include "platform/Library.h"
 #include "vst2/Srvsteffectintf.h"
+#include "vst2/Srvsthostparameters.h"
 
 namespace Quorvel {
 
@@ -78,6 +80,14 @@ constexpr int32_t kMaxPlugInChannels = 4096;
 class TSRVSTHost;
 using TSRVSTEditEvent = std::function<void(TSRVSTHost* Sender, int32_t Index, bool& Handled)>;
 using TSRVSTEventsEvent = std::function<void(TSRVSTHost* Sender, const TVstEvents& Events)>;
+
+// One program in the parameter form of the preset and bank files: the
+// header with every field big-endian, and the values as big-endian 32-bit
+// floats, ready to be written.
+struct TSRVSTPresetRecord {
+  TFXPreset Header{};
+  std::vector<uint8_t> Params;  // 4 x Header's numParams bytes
+};
 
 class TSRVSTHost : public TSRBasicMultiInput {
  public:
@@ -147,6 +157,42 @@ class TSRVSTHost : public TSRBasicMultiInput {
   std::string GetProgramNameIndexed(int32_t Index);
   // Parameter names as read when the plug-in was opened.
   const std::vector<std::string>& GetParameterNames() const { return FParamNames; }
+
+  // ---- parameter and program objects [main thread] ----
+  // Rebuilt each time the plug-in opens; empty before.
+  TSRVSTParameters& GetParameters() { return FParameters; }
+  TSRVSTProgram& GetPrograms() { return FPrograms; }
+  int32_t GetCurrentProgramNumber();                       // effGetProgram
+  void SetCurrentProgramNumber(int32_t Value);             // effSetProgram
+  std::string GetCurrentProgramName();                     // effGetProgramName
+  void SetCurrentProgramName(const std::string& Value);    // effSetProgramName
+  // effGetProgramNameIndexed; when the plug-in does not answer it, the host
+  // switches to program Index, reads its name and switches back. "" for an
+  // index outside the plug-in's programs.
+  std::string GetProgramNameByIndex(int32_t Index);
+  // Selects Program and collects it in the parameter form of the files:
+  // ByteSize counts the 60-byte header the writers write, fxVersion is the
+  // effect's Version, numParams its parameter count (at most
+  // kMaxPlugInParameters), the name is cut to 26 characters.
+  TSRVSTPresetRecord GetPreset(int32_t Program);
+
+  // ---- preset and bank files [main thread] ----
+  // The chunk form when the plug-in keeps its programs in chunks
+  // (effFlagsProgramChunks), else one float per parameter. Loading takes the
+  // form from the file (its 10th byte) and checks only the plug-in's
+  // identifier; a file for another plug-in is reported and nothing of it is
+  // applied. A file too short for its header applies nothing. Values go
+  // through TSRVSTParameter::SetValue: only automatable parameters take them.
+  // A bank's programs beyond the plug-in's count are not applied. Nothing is
+  // done when the plug-in cannot be opened.
+  void SavePreset(const std::string& FileName);
+  void SavePreset(TWBStream& Stream);
+  void LoadPreset(const std::string& FileName);
+  void LoadPreset(TWBStream& Stream);
+  void SaveBank(const std::string& FileName);
+  void SaveBank(TWBStream& Stream);
+  void LoadBank(const std::string& FileName);
+  void LoadBank(TWBStream& Stream);
 
   // ---- host identity and answers ----
   int32_t GetHostVstVersion() const;
@@ -252,6 +298,7 @@ class TSRVSTHost : public TSRBasicMultiInput {
   virtual int32_t HandleCallback(PVSTEffect Effect, int32_t Opcode, int32_t Index, intptr_t Value, void* Ptr,
                                  float Opt);
   void FileNameChanged();
+  void Loaded() override;
   bool IntOpen();
   void PopulateParams();
   void PopulatePinNames();
@@ -287,6 +334,8 @@ class TSRVSTHost : public TSRBasicMultiInput {
   // busy; never waits.
   void ApplyPendingTime();
   void SetFileNameField(const std::string& Value);
+  // The parameter-form values of a preset file, applied in order.
+  void ApplyParameterValues(TWBStream& Stream, int32_t Count);
 
   // FFileName is written under both the component lock and FTextLock and
   // read under either; FTextLock also guards the host's texts. It is never
@@ -323,6 +372,8 @@ class TSRVSTHost : public TSRBasicMultiInput {
   bool FPlugInBypasses = false;
 
   std::vector<std::string> FParamNames;
+  TSRVSTParameters FParameters{*this};
+  TSRVSTProgram FPrograms{*this};
 
   // Run-time state of the stream, under the component lock.
   struct TStreamState {

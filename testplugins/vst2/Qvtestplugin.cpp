@@ -85,6 +85,7 @@ std::atomic<bool> GHasEditor{false};
 std::atomic<int32_t> GVendor{0};
 std::atomic<bool> GThreadedCallbacks{false};
 std::atomic<bool> GDirtyFpu{false};
+std::atomic<bool> GEmptyDisplay{false};
 // Entry-point calls running now.
 std::atomic<int32_t> GEntriesRunning{0};
 // Read through by "CrashInProcess"; never set.
@@ -482,7 +483,7 @@ class TPlugin {
         if (IsParameter) Answer(Index == qpGain ? "x" : "", 9);
         return 0;
       case effGetParamDisplay:
-        if (IsParameter) Answer(Display(Index).Text, 9);
+        if (IsParameter) Answer(GEmptyDisplay.load() ? "" : Display(Index).Text, 9);
         return 0;
       case effGetParamName:
         if (IsParameter) Answer(kParameterNames[Index], 32);
@@ -775,6 +776,8 @@ QV_EXPORT int32_t QvTestSetOption(const char* Name, double Value) noexcept {
     GThreadedCallbacks.store(Value != 0);
   } else if (Is("DirtyFpu")) {
     GDirtyFpu.store(Value != 0);
+  } else if (Is("EmptyDisplay")) {
+    GEmptyDisplay.store(Value != 0);
   } else if (Is("Reset")) {
     GInitialDelay.store(kUnset);
     GTailSize.store(kQvTestTailSize);
@@ -787,6 +790,7 @@ QV_EXPORT int32_t QvTestSetOption(const char* Name, double Value) noexcept {
     GVendor.store(0);
     GThreadedCallbacks.store(false);
     GDirtyFpu.store(false);
+    GEmptyDisplay.store(false);
     GFixedOutput.store(std::numeric_limits<double>::quiet_NaN());
     GCallHostInProcess.store(true);
     GProgramNameIndexed.store(true);

@@ -141,6 +141,7 @@ using TQvTestClearRecordsFunc = void (*)();
 //                         join it before they return
 //   "DirtyFpu"            1: every call into the host is made with the rounding
 //                         mode set upwards (restored when the host returns)
+//   "EmptyDisplay"        1: effGetParamDisplay hands out an empty text
 //   "Reset"               every knob back to its default
 // Knobs marked "declared" or read at creation apply to effects created after
 // the change. The knobs are also read from the environment variable

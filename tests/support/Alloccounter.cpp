@@ -7,9 +7,13 @@
 
 namespace {
 std::atomic<uint64_t> GAllocations{0};
+std::atomic<uint64_t> GLargest{0};
 
 void* Allocate(std::size_t Size, std::size_t Align) {
   GAllocations.fetch_add(1, std::memory_order_relaxed);
+  uint64_t Largest = GLargest.load(std::memory_order_relaxed);
+  while (Size > Largest && !GLargest.compare_exchange_weak(Largest, Size, std::memory_order_relaxed)) {
+  }
   if (Size == 0) Size = 1;
   void* P = nullptr;
   if (Align <= alignof(std::max_align_t)) {
@@ -40,6 +44,8 @@ void Free(void* P, std::size_t Align) noexcept {
 
 namespace Quorvel::Testing {
 uint64_t HeapAllocationCount() { return GAllocations.load(std::memory_order_relaxed); }
+uint64_t LargestHeapAllocation() { return GLargest.load(std::memory_order_relaxed); }
+void ResetLargestHeapAllocation() { GLargest.store(0, std::memory_order_relaxed); }
 }  // namespace Quorvel::Testing
 
 void* operator new(std::size_t Size) { return Allocate(Size, alignof(std::max_align_t)); }

@@ -8,5 +8,8 @@ namespace Quorvel::Testing {
 
 // Allocations made so far by every thread of the program.
 uint64_t HeapAllocationCount();
+// The largest single allocation since the last reset, in bytes.
+uint64_t LargestHeapAllocation();
+void ResetLargestHeapAllocation();
 
 }  // namespace Quorvel::Testing
