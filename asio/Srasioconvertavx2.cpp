@@ -79,8 +79,33 @@ void Swap64(const void* Src, void* Dst, size_t N) {
   if (Done < N) Sse2Kernels.Swap64(At(Src, 8 * Done), At(Dst, 8 * Done), N - Done);
 }
 
-// As the SSE2 kernel, with blocks of three 32-byte vectors (32 samples).
-constexpr TSwap24Masks Swap24Masks = MakeSwap24Masks(32);
+// Packed 3-byte samples in blocks of three 32-byte vectors (32 samples), as
+// the SSE2 kernel lays them out, but each output vector is two byte shuffles
+// within 128-bit lanes instead of three masked loads. A lane of output needs
+// input bytes from two before it to two after it (18 bytes in the worst
+// case); loads at P - 2 and P + 2 give each lane 16 bytes either way, and
+// together they hold every byte the lane needs.
+struct TSwap24Shuffles {
+  // Order[V][0] picks from the load at P - 2, Order[V][1] from the one at
+  // P + 2, for vector V of a block (P = start of a block + 32 V); bytes not
+  // picked are zero (0x80), so the two shuffles merge with an OR.
+  alignas(32) uint8_t Order[3][2][32];
+};
+constexpr TSwap24Shuffles MakeSwap24Shuffles() {
+  TSwap24Shuffles S{};
+  for (size_t V = 0; V < 3; ++V)
+    for (size_t J = 0; J < 32; ++J) {
+      // Output byte J of the vector; blocks start on a sample.
+      const size_t InSample = (32 * V + J) % 3;
+      const size_t From = J + 4 - 2 * InSample;  // byte J + 2, J or J - 2 counted from P - 2
+      const size_t Lane = J / 16 * 16;
+      const bool Low = From - Lane <= 15;  // within the lane of the load at P - 2
+      S.Order[V][0][J] = Low ? uint8_t(From - Lane) : 0x80;
+      S.Order[V][1][J] = Low ? 0x80 : uint8_t(From - Lane - 4);
+    }
+  return S;
+}
+constexpr TSwap24Shuffles Swap24Shuffles = MakeSwap24Shuffles();
 
 void Swap24(const void* Src, void* Dst, size_t N) {
   constexpr size_t BlockBytes = 96, MinSamples = 34;
@@ -90,21 +115,26 @@ void Swap24(const void* Src, void* Dst, size_t N) {
   }
   const uint8_t* S = static_cast<const uint8_t*>(Src);
   uint8_t* D = static_cast<uint8_t*>(Dst);
-  __m256i M[3][3];
+  __m256i Order[3][2];
   for (int V = 0; V < 3; ++V)
-    for (int P = 0; P < 3; ++P) M[V][P] = Load(Swap24Masks.Mask[V][P]);
+    for (int H = 0; H < 2; ++H) Order[V][H] = Load(Swap24Shuffles.Order[V][H]);
   auto Block = [&](size_t O) {  // O: a multiple of 3, 3 <= O, O + 98 <= bytes
     for (int V = 0; V < 3; ++V) {
       const size_t P = O + 32 * V;
-      const __m256i Lo = _mm256_and_si256(Load(S + P + 2), M[V][0]);
-      const __m256i Mid = _mm256_and_si256(Load(S + P), M[V][1]);
-      const __m256i Hi = _mm256_and_si256(Load(S + P - 2), M[V][2]);
-      Store(D + P, _mm256_or_si256(_mm256_or_si256(Lo, Mid), Hi));
+      const __m256i Before = _mm256_shuffle_epi8(Load(S + P - 2), Order[V][0]);
+      const __m256i After = _mm256_shuffle_epi8(Load(S + P + 2), Order[V][1]);
+      Store(D + P, _mm256_or_si256(Before, After));
     }
   };
+  // A store that crosses a cache line costs about two: after a first block
+  // at byte 3, the blocks go on from the first sample boundary where D is
+  // 32-byte aligned (byte 3 to 96; the first block covers up to 98).
+  const size_t Misalignment = (32 - reinterpret_cast<uintptr_t>(D) % 32) % 32;
+  const size_t Aligned = Misalignment == 0 ? BlockBytes : Misalignment + 32 * (Misalignment % 3);
   const size_t Bytes = 3 * N;
   SwapOne24(S, D);
-  for (size_t O = 3; O + BlockBytes + 2 <= Bytes; O += BlockBytes) Block(O);
+  Block(3);
+  for (size_t O = Aligned; O + BlockBytes + 2 <= Bytes; O += BlockBytes) Block(O);
   Block((Bytes - BlockBytes - 2) / 3 * 3);
   SwapOne24(S + Bytes - 3, D + Bytes - 3);
 }
