@@ -246,33 +246,61 @@ size_t StreamingHead(const void* Dst, size_t N) {
   return (32 - A % 32) % 32 / 4;
 }
 
-// 8 samples a group from Start on, each group's result stored at Dst + 4 I
-// (streamed when Stream); answers the end of the groups.
-template <typename Body>
-size_t Groups8Out(void* Dst, size_t Start, size_t N, bool Stream, Body&& F) {
-  const size_t End = Start + Groups<8>(N - Start, [&](size_t I) {
-    const __m256i V = F(Start + I);
-    uint8_t* P = At(Dst, 4 * (Start + I));
-    if (Stream)
-      _mm256_stream_si256(reinterpret_cast<__m256i*>(P), V);
-    else
-      Store(P, V);
+// Eight samples of the 32-bit float kernels: integers to scaled floats, and
+// floats scaled in place to integers (answered, not stored).
+template <bool Swapped>
+__m256i IntToFloatScaled8(const uint8_t* Src, __m256 K) {
+  const __m256i V = _mm256_castps_si256(_mm256_mul_ps(_mm256_cvtepi32_ps(Load(Src)), K));
+  return Swapped ? _mm256_shuffle_epi8(V, LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4)) : V;
+}
+template <bool Swapped>
+__m256i ScaledFloatToInt8(uint8_t* SrcDst, __m256 K) {
+  const __m256i V = Load(SrcDst);
+  const __m256 X =
+      _mm256_mul_ps(_mm256_castsi256_ps(Swapped ? _mm256_shuffle_epi8(V, LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4)) : V), K);
+  Store(SrcDst, _mm256_castps_si256(X));
+  return FloatToInt32x8(X);
+}
+
+// The streamed form of the 32-bit float kernels, out of line: the call of
+// the SSE2 kernel for the head would otherwise make every call save vector
+// registers on a realigned stack frame, which costs as much as converting a
+// few dozen samples.
+#if defined(_MSC_VER)
+#define QUORVEL_AVX2_NOINLINE __declspec(noinline)
+#else
+#define QUORVEL_AVX2_NOINLINE __attribute__((noinline))
+#endif
+template <bool Swapped>
+QUORVEL_AVX2_NOINLINE void IntToFloatScaledStreamed(const void* Src, void* Dst, size_t N, float Scale, size_t Head) {
+  if (Head > 0) Sse2Kernels.IntToFloatScaled[Swapped](Src, Dst, Head, Scale);
+  const __m256 K = _mm256_set1_ps(Scale);
+  const size_t Done = Head + Groups<8>(N - Head, [&](size_t I) {
+    const size_t J = Head + I;
+    _mm256_stream_si256(reinterpret_cast<__m256i*>(At(Dst, 4 * J)), IntToFloatScaled8<Swapped>(At(Src, 4 * J), K));
   });
-  if (Stream) _mm_sfence();
-  return End;
+  _mm_sfence();
+  if (Done < N) Sse2Kernels.IntToFloatScaled[Swapped](At(Src, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
+}
+template <bool Swapped>
+QUORVEL_AVX2_NOINLINE void ScaledFloatToIntStreamed(void* SrcDst, void* Dst, size_t N, float Scale, size_t Head) {
+  if (Head > 0) Sse2Kernels.ScaledFloatToInt[Swapped](SrcDst, Dst, Head, Scale);
+  const __m256 K = _mm256_set1_ps(Scale);
+  const size_t Done = Head + Groups<8>(N - Head, [&](size_t I) {
+    const size_t J = Head + I;
+    _mm256_stream_si256(reinterpret_cast<__m256i*>(At(Dst, 4 * J)), ScaledFloatToInt8<Swapped>(At(SrcDst, 4 * J), K));
+  });
+  _mm_sfence();
+  if (Done < N) Sse2Kernels.ScaledFloatToInt[Swapped](At(SrcDst, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
 
 template <bool Swapped>
 void IntToFloatScaled(const void* Src, void* Dst, size_t N, float Scale) {
-  const __m256 K = _mm256_set1_ps(Scale);
-  const __m256i Order = LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4);
   const size_t Head = StreamingHead(Dst, N);
-  const bool Stream = Head != SIZE_MAX;
-  if (Stream && Head > 0) Sse2Kernels.IntToFloatScaled[Swapped](Src, Dst, Head, Scale);
-  const size_t Done = Groups8Out(Dst, Stream ? Head : 0, N, Stream, [&](size_t I) {
-    const __m256i V = _mm256_castps_si256(_mm256_mul_ps(_mm256_cvtepi32_ps(Load(At(Src, 4 * I))), K));
-    return Swapped ? _mm256_shuffle_epi8(V, Order) : V;
-  });
+  if (Head != SIZE_MAX) return IntToFloatScaledStreamed<Swapped>(Src, Dst, N, Scale, Head);
+  const __m256 K = _mm256_set1_ps(Scale);
+  const size_t Done =
+      Groups<8>(N, [&](size_t I) { Store(At(Dst, 4 * I), IntToFloatScaled8<Swapped>(At(Src, 4 * I), K)); });
   if (Done < N) Sse2Kernels.IntToFloatScaled[Swapped](At(Src, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
 // Integer inputs are finite and never -0, so every quotient takes the correction step.
@@ -289,18 +317,11 @@ void IntToDoubleDivided(const void* Src, void* Dst, size_t N, double Divisor) {
 }
 template <bool Swapped>
 void ScaledFloatToInt(void* SrcDst, void* Dst, size_t N, float Scale) {
-  const __m256 K = _mm256_set1_ps(Scale);
-  const __m256i Order = LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4);
   const size_t Head = StreamingHead(Dst, N);
-  const bool Stream = Head != SIZE_MAX;
-  if (Stream && Head > 0) Sse2Kernels.ScaledFloatToInt[Swapped](SrcDst, Dst, Head, Scale);
-  const size_t Done = Groups8Out(Dst, Stream ? Head : 0, N, Stream, [&](size_t I) {
-    uint8_t* P = At(SrcDst, 4 * I);
-    const __m256i V = Load(P);
-    const __m256 X = _mm256_mul_ps(_mm256_castsi256_ps(Swapped ? _mm256_shuffle_epi8(V, Order) : V), K);
-    Store(P, _mm256_castps_si256(X));
-    return FloatToInt32x8(X);
-  });
+  if (Head != SIZE_MAX) return ScaledFloatToIntStreamed<Swapped>(SrcDst, Dst, N, Scale, Head);
+  const __m256 K = _mm256_set1_ps(Scale);
+  const size_t Done =
+      Groups<8>(N, [&](size_t I) { Store(At(Dst, 4 * I), ScaledFloatToInt8<Swapped>(At(SrcDst, 4 * I), K)); });
   if (Done < N) Sse2Kernels.ScaledFloatToInt[Swapped](At(SrcDst, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
 template <bool Swapped>
