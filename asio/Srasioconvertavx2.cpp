@@ -158,10 +158,11 @@ __m256i FloatToInt32x8(__m256 X) {
   const __m256i R = _mm256_cvtps_epi32(X);
   return _mm256_xor_si256(R, _mm256_castps_si256(_mm256_cmp_ps(X, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ)));
 }
+// Below the range the conversion's 0x80000000 is the saturated value itself,
+// so only the top needs clamping.
 __m128i DoubleToInt32x4(__m256d X) {
   X = _mm256_and_pd(X, _mm256_cmp_pd(X, X, _CMP_EQ_OQ));
-  X = _mm256_max_pd(_mm256_min_pd(X, _mm256_set1_pd(2147483647.0)), _mm256_set1_pd(-2147483648.0));
-  return _mm256_cvtpd_epi32(X);
+  return _mm256_cvtpd_epi32(_mm256_min_pd(X, _mm256_set1_pd(2147483647.0)));
 }
 void FloatToInt32(const void* Src, void* Dst, size_t N) {
   const size_t Done = Groups<8>(N, [&](size_t I) { Store(At(Dst, 4 * I), FloatToInt32x8(LoadPs(At(Src, 4 * I)))); });
@@ -324,17 +325,26 @@ void ScaledFloatToInt(void* SrcDst, void* Dst, size_t N, float Scale) {
       Groups<8>(N, [&](size_t I) { Store(At(Dst, 4 * I), ScaledFloatToInt8<Swapped>(At(SrcDst, 4 * I), K)); });
   if (Done < N) Sse2Kernels.ScaledFloatToInt[Swapped](At(SrcDst, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
+// Eight samples a group, so that the integers go out in one 32-byte store.
 template <bool Swapped>
 void ScaledDoubleToInt(void* SrcDst, void* Dst, size_t N, double Scale) {
   const __m256d K = _mm256_set1_pd(Scale);
   const __m256i Order = LaneShuffle(7, 6, 5, 4, 3, 2, 1, 0);
-  const size_t Done = Groups<4>(N, [&](size_t I) {
+  const auto Scaled = [&](size_t I) {
     uint8_t* P = At(SrcDst, 8 * I);
     const __m256i V = Load(P);
     const __m256d X = _mm256_mul_pd(_mm256_castsi256_pd(Swapped ? _mm256_shuffle_epi8(V, Order) : V), K);
     Store(P, _mm256_castpd_si256(X));
-    Store128(At(Dst, 4 * I), DoubleToInt32x4(X));
+    return DoubleToInt32x4(X);
+  };
+  size_t Done = Groups<8>(N, [&](size_t I) {
+    const __m128i Lo = Scaled(I);
+    Store(At(Dst, 4 * I), _mm256_inserti128_si256(_mm256_castsi128_si256(Lo), Scaled(I + 4), 1));
   });
+  if (Done + 4 <= N) {
+    Store128(At(Dst, 4 * Done), Scaled(Done));
+    Done += 4;
+  }
   if (Done < N) Sse2Kernels.ScaledDoubleToInt[Swapped](At(SrcDst, 8 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
 
