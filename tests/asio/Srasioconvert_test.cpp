@@ -222,6 +222,25 @@ TEST(AsioConvert, BuffersOfSeveralMegabytesMatchTheReference) {
     }
 }
 
+// The vector 24-bit swaps choose where their blocks start by the
+// destination's address: every alignment within 32 bytes, on both sides,
+// with lengths around the sizes of their blocks.
+TEST(AsioConvert, PackedBigEndianSamplesMatchTheReferenceAtEveryAlignment) {
+  TRestorePath Restore;
+  std::mt19937 Rng(2468);
+  const TRefType& T = *std::find_if(std::begin(RefTypes), std::end(RefTypes),
+                                    [](const TRefType& R) { return R.Type == ASIOSTInt24MSB; });
+  for (TIppsPath Path : Paths()) {
+    ASSERT_TRUE(SetIppsPath(Path));
+    for (size_t N : {34, 35, 63, 64, 65, 66, 97, 130, 256})
+      for (size_t Offset = 0; Offset < 32; ++Offset) {
+        SCOPED_TRACE(testing::Message() << PathName(Path) << " N " << N << " offset " << Offset);
+        CheckType(T, N, Offset, 31 - Offset, Rng);
+        if (HasFatalFailure()) return;
+      }
+  }
+}
+
 TEST(AsioConvert, TypesThatAreNotConvertedTouchNothing) {
   for (TASIOSampleType Type : {ASIOSTDSDInt8LSB1, ASIOSTDSDInt8MSB1, ASIOSTDSDInt8NER8, 5, 7, 12, 15, 21, 23, 28,
                                ASIOSTLastEntry, -1}) {
