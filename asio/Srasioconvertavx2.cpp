@@ -326,37 +326,37 @@ void ScaledFloatToInt(void* SrcDst, void* Dst, size_t N, float Scale) {
   if (Done < N) Sse2Kernels.ScaledFloatToInt[Swapped](At(SrcDst, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
 // Eight samples a group, so that the integers go out in one 32-byte store.
-// NaN is rare in a driver's samples and costs a compare and a mask a vector
-// to turn into 0 on the way: the groups only note whether any product is
-// NaN (one compare for both vectors), clamp at the top and convert, and if
-// one was, the integers are converted again from the scaled samples with
-// the full rules. Below the range the conversion's 0x80000000 is the
-// saturated value itself.
+// The conversion answers 0x80000000 for NaN and for everything beyond the
+// range, both rare in a driver's samples; so the groups convert without
+// the compares and masks that sort those out, only noting whether any
+// integer came out as 0x80000000, and if one did, the integers are
+// converted again from the scaled samples with the full rules.
 template <bool Swapped>
 void ScaledDoubleToInt(void* SrcDst, void* Dst, size_t N, double Scale) {
-  const __m256d K = _mm256_set1_pd(Scale), Top = _mm256_set1_pd(2147483647.0);
-  const __m256i Order = LaneShuffle(7, 6, 5, 4, 3, 2, 1, 0);
-  __m256d AnyNan = _mm256_setzero_pd();
+  const __m256d K = _mm256_set1_pd(Scale);
+  const __m256i Order = LaneShuffle(7, 6, 5, 4, 3, 2, 1, 0), Invalid = _mm256_set1_epi32(INT32_MIN);
+  __m256i AnyInvalid = _mm256_setzero_si256();
   const auto Scaled = [&](size_t I) {
     uint8_t* P = At(SrcDst, 8 * I);
     const __m256i V = Load(P);
     const __m256d X = _mm256_mul_pd(_mm256_castsi256_pd(Swapped ? _mm256_shuffle_epi8(V, Order) : V), K);
     Store(P, _mm256_castpd_si256(X));
-    return X;
+    return _mm256_cvtpd_epi32(X);
   };
-  const auto Convert = [&](__m256d X) { return _mm256_cvtpd_epi32(_mm256_min_pd(X, Top)); };
   size_t Done = Groups<8>(N, [&](size_t I) {
-    const __m256d Lo = Scaled(I), Hi = Scaled(I + 4);
-    AnyNan = _mm256_or_pd(AnyNan, _mm256_cmp_pd(Lo, Hi, _CMP_UNORD_Q));
-    Store(At(Dst, 4 * I), _mm256_inserti128_si256(_mm256_castsi128_si256(Convert(Lo)), Convert(Hi), 1));
+    const __m128i Lo = Scaled(I);
+    const __m256i R = _mm256_inserti128_si256(_mm256_castsi128_si256(Lo), Scaled(I + 4), 1);
+    AnyInvalid = _mm256_or_si256(AnyInvalid, _mm256_cmpeq_epi32(R, Invalid));
+    Store(At(Dst, 4 * I), R);
   });
   if (Done + 4 <= N) {
-    const __m256d X = Scaled(Done);
-    AnyNan = _mm256_or_pd(AnyNan, _mm256_cmp_pd(X, X, _CMP_UNORD_Q));
-    Store128(At(Dst, 4 * Done), Convert(X));
+    const __m128i R = Scaled(Done);
+    const __m128i Eq = _mm_cmpeq_epi32(R, _mm256_castsi256_si128(Invalid));
+    AnyInvalid = _mm256_or_si256(AnyInvalid, _mm256_inserti128_si256(_mm256_setzero_si256(), Eq, 0));
+    Store128(At(Dst, 4 * Done), R);
     Done += 4;
   }
-  if (!_mm256_testz_pd(AnyNan, AnyNan)) DoubleToInt32(SrcDst, Dst, Done);
+  if (!_mm256_testz_si256(AnyInvalid, AnyInvalid)) DoubleToInt32(SrcDst, Dst, Done);
   if (Done < N) Sse2Kernels.ScaledDoubleToInt[Swapped](At(SrcDst, 8 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
 
