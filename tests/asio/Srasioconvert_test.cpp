@@ -241,36 +241,40 @@ TEST(AsioConvert, PackedBigEndianSamplesMatchTheReferenceAtEveryAlignment) {
   }
 }
 
-// A NaN from the driver becomes 0 whichever sample it is, among ordinary
-// samples (saturating ones included) that convert as usual around it.
-TEST(AsioConvert, ANanAnywhereAmongOrdinarySamplesBecomesZero) {
+// A lone NaN or out-of-range sample from the driver converts by the rules
+// (0, or saturated) whichever sample it is, among samples within range that
+// convert as usual around it.
+TEST(AsioConvert, ALoneNanOrOutOfRangeSampleAnywhereConvertsByTheRules) {
   TRestorePath Restore;
   std::mt19937 Rng(1357);
-  std::uniform_real_distribution<double> Near1(-1.2, 1.2);
+  std::uniform_real_distribution<double> Within(-0.99, 0.99);
   for (TIppsPath Path : Paths()) {
     ASSERT_TRUE(SetIppsPath(Path));
     for (const TRefType& T : RefTypes) {
       if (T.Kind == 'i') continue;
-      for (size_t N : {20, 67})
-        for (size_t Nan = 0; Nan < N; ++Nan) {
-          SCOPED_TRACE(testing::Message() << PathName(Path) << " type " << T.Type << " N " << N << " NaN at " << Nan);
-          TGuarded In(N * T.DrvBytes, 1), Out(N * T.BufBytes, 2), WantDrv(N * T.DrvBytes, 0), WantBuf(N * T.BufBytes, 0);
-          for (size_t I = 0; I < N; ++I) {
-            uint8_t* D = In.Data() + I * T.DrvBytes;
-            const double V = I == Nan ? DNaN : Near1(Rng);
-            if (T.Kind == 'f')
-              Write(D, static_cast<float>(V));
-            else
-              Write(D, V);
-            if (T.Msb) Reverse(D, T.DrvBytes);
+      for (double Special : {DNaN, 1.5, -1.5, DInf})
+        for (size_t N : {20, 67})
+          for (size_t At = 0; At < N; ++At) {
+            SCOPED_TRACE(testing::Message() << PathName(Path) << " type " << T.Type << " value " << Special << " N "
+                                            << N << " at " << At);
+            TGuarded In(N * T.DrvBytes, 1), Out(N * T.BufBytes, 2), WantDrv(N * T.DrvBytes, 0),
+                WantBuf(N * T.BufBytes, 0);
+            for (size_t I = 0; I < N; ++I) {
+              uint8_t* D = In.Data() + I * T.DrvBytes;
+              const double V = I == At ? Special : Within(Rng);
+              if (T.Kind == 'f')
+                Write(D, static_cast<float>(V));
+              else
+                Write(D, V);
+              if (T.Msb) Reverse(D, T.DrvBytes);
+            }
+            std::memcpy(WantDrv.Data(), In.Data(), N * T.DrvBytes);
+            RefFromDriver(T, WantDrv.Data(), WantBuf.Data(), N);
+            ASSERT_TRUE(ASIOConvertFromDriver(T.Type, In.Data(), Out.Data(), static_cast<int32_t>(N)));
+            ASSERT_TRUE(Out.Bytes() == WantBuf.Bytes());
+            ASSERT_TRUE(In.Bytes() == WantDrv.Bytes());
+            ASSERT_TRUE(Out.GuardsIntact());
           }
-          std::memcpy(WantDrv.Data(), In.Data(), N * T.DrvBytes);
-          RefFromDriver(T, WantDrv.Data(), WantBuf.Data(), N);
-          ASSERT_TRUE(ASIOConvertFromDriver(T.Type, In.Data(), Out.Data(), static_cast<int32_t>(N)));
-          ASSERT_TRUE(Out.Bytes() == WantBuf.Bytes());
-          ASSERT_TRUE(In.Bytes() == WantDrv.Bytes());
-          ASSERT_TRUE(Out.GuardsIntact());
-        }
     }
   }
 }
