@@ -316,21 +316,47 @@ void IntToDoubleDivided(const void* Src, void* Dst, size_t N, double Divisor) {
   });
   if (Done < N) ScalarKernels.IntToDoubleDivided[Swapped](At(Src, 4 * Done), At(Dst, 8 * Done), N - Done, Divisor);
 }
+// The integers of the first Done scaled samples converted again with the
+// full rules, then the rest of the kernel's work by the SSE2 kernel. Out of
+// line, as the streamed forms, so that the common path needs no stack frame.
+template <typename TScale>
+QUORVEL_AVX2_NOINLINE void ConvertAgain(void (*Convert)(const void*, void*, size_t),
+                                        void (*Rest)(void*, void*, size_t, TScale), void* SrcDst, void* Dst, size_t N,
+                                        TScale Scale, size_t Done) {
+  constexpr size_t Bytes = sizeof(TScale);
+  Convert(SrcDst, Dst, Done);
+  if (Done < N) Rest(At(SrcDst, Bytes * Done), At(Dst, 4 * Done), N - Done, Scale);
+}
+
+// As for 64-bit floats below: the groups only note an integer of
+// 0x80000000 (NaN, beyond the range, or -2^31 itself), and only then are the
+// integers converted again from the scaled samples with the full rules.
 template <bool Swapped>
 void ScaledFloatToInt(void* SrcDst, void* Dst, size_t N, float Scale) {
   const size_t Head = StreamingHead(Dst, N);
   if (Head != SIZE_MAX) return ScaledFloatToIntStreamed<Swapped>(SrcDst, Dst, N, Scale, Head);
   const __m256 K = _mm256_set1_ps(Scale);
-  const size_t Done =
-      Groups<8>(N, [&](size_t I) { Store(At(Dst, 4 * I), ScaledFloatToInt8<Swapped>(At(SrcDst, 4 * I), K)); });
+  const __m256i Order = LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4), Invalid = _mm256_set1_epi32(INT32_MIN);
+  __m256i AnyInvalid = _mm256_setzero_si256();
+  const size_t Done = Groups<8>(N, [&](size_t I) {
+    uint8_t* P = At(SrcDst, 4 * I);
+    const __m256i V = Load(P);
+    const __m256 X = _mm256_mul_ps(_mm256_castsi256_ps(Swapped ? _mm256_shuffle_epi8(V, Order) : V), K);
+    Store(P, _mm256_castps_si256(X));
+    const __m256i R = _mm256_cvtps_epi32(X);
+    AnyInvalid = _mm256_or_si256(AnyInvalid, _mm256_cmpeq_epi32(R, Invalid));
+    Store(At(Dst, 4 * I), R);
+  });
+  if (!_mm256_testz_si256(AnyInvalid, AnyInvalid))
+    return ConvertAgain(FloatToInt32, Sse2Kernels.ScaledFloatToInt[Swapped], SrcDst, Dst, N, Scale, Done);
   if (Done < N) Sse2Kernels.ScaledFloatToInt[Swapped](At(SrcDst, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
 // Eight samples a group, so that the integers go out in one 32-byte store.
 // The conversion answers 0x80000000 for NaN and for everything beyond the
-// range, both rare in a driver's samples; so the groups convert without
-// the compares and masks that sort those out, only noting whether any
-// integer came out as 0x80000000, and if one did, the integers are
-// converted again from the scaled samples with the full rules.
+// range, all rare in a driver's samples (as is -2^31 itself); so the groups
+// convert without the compares and masks that sort those out, only noting
+// whether any integer came out as 0x80000000, and if one did, the integers
+// are converted again from the scaled samples with the full rules.
 template <bool Swapped>
 void ScaledDoubleToInt(void* SrcDst, void* Dst, size_t N, double Scale) {
   const __m256d K = _mm256_set1_pd(Scale);
@@ -356,7 +382,8 @@ void ScaledDoubleToInt(void* SrcDst, void* Dst, size_t N, double Scale) {
     Store128(At(Dst, 4 * Done), R);
     Done += 4;
   }
-  if (!_mm256_testz_si256(AnyInvalid, AnyInvalid)) DoubleToInt32(SrcDst, Dst, Done);
+  if (!_mm256_testz_si256(AnyInvalid, AnyInvalid))
+    return ConvertAgain(DoubleToInt32, Sse2Kernels.ScaledDoubleToInt[Swapped], SrcDst, Dst, N, Scale, Done);
   if (Done < N) Sse2Kernels.ScaledDoubleToInt[Swapped](At(SrcDst, 8 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
 
