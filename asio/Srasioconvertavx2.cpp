@@ -79,8 +79,33 @@ void Swap64(const void* Src, void* Dst, size_t N) {
   if (Done < N) Sse2Kernels.Swap64(At(Src, 8 * Done), At(Dst, 8 * Done), N - Done);
 }
 
-// As the SSE2 kernel, with blocks of three 32-byte vectors (32 samples).
-constexpr TSwap24Masks Swap24Masks = MakeSwap24Masks(32);
+// Packed 3-byte samples in blocks of three 32-byte vectors (32 samples), as
+// the SSE2 kernel lays them out, but each output vector is two byte shuffles
+// within 128-bit lanes instead of three masked loads. A lane of output needs
+// input bytes from two before it to two after it (18 bytes in the worst
+// case); loads at P - 2 and P + 2 give each lane 16 bytes either way, and
+// together they hold every byte the lane needs.
+struct TSwap24Shuffles {
+  // Order[V][0] picks from the load at P - 2, Order[V][1] from the one at
+  // P + 2, for vector V of a block (P = start of a block + 32 V); bytes not
+  // picked are zero (0x80), so the two shuffles merge with an OR.
+  alignas(32) uint8_t Order[3][2][32];
+};
+constexpr TSwap24Shuffles MakeSwap24Shuffles() {
+  TSwap24Shuffles S{};
+  for (size_t V = 0; V < 3; ++V)
+    for (size_t J = 0; J < 32; ++J) {
+      // Output byte J of the vector; blocks start on a sample.
+      const size_t InSample = (32 * V + J) % 3;
+      const size_t From = J + 4 - 2 * InSample;  // byte J + 2, J or J - 2 counted from P - 2
+      const size_t Lane = J / 16 * 16;
+      const bool Low = From - Lane <= 15;  // within the lane of the load at P - 2
+      S.Order[V][0][J] = Low ? uint8_t(From - Lane) : 0x80;
+      S.Order[V][1][J] = Low ? 0x80 : uint8_t(From - Lane - 4);
+    }
+  return S;
+}
+constexpr TSwap24Shuffles Swap24Shuffles = MakeSwap24Shuffles();
 
 void Swap24(const void* Src, void* Dst, size_t N) {
   constexpr size_t BlockBytes = 96, MinSamples = 34;
@@ -90,21 +115,26 @@ void Swap24(const void* Src, void* Dst, size_t N) {
   }
   const uint8_t* S = static_cast<const uint8_t*>(Src);
   uint8_t* D = static_cast<uint8_t*>(Dst);
-  __m256i M[3][3];
+  __m256i Order[3][2];
   for (int V = 0; V < 3; ++V)
-    for (int P = 0; P < 3; ++P) M[V][P] = Load(Swap24Masks.Mask[V][P]);
+    for (int H = 0; H < 2; ++H) Order[V][H] = Load(Swap24Shuffles.Order[V][H]);
   auto Block = [&](size_t O) {  // O: a multiple of 3, 3 <= O, O + 98 <= bytes
     for (int V = 0; V < 3; ++V) {
       const size_t P = O + 32 * V;
-      const __m256i Lo = _mm256_and_si256(Load(S + P + 2), M[V][0]);
-      const __m256i Mid = _mm256_and_si256(Load(S + P), M[V][1]);
-      const __m256i Hi = _mm256_and_si256(Load(S + P - 2), M[V][2]);
-      Store(D + P, _mm256_or_si256(_mm256_or_si256(Lo, Mid), Hi));
+      const __m256i Before = _mm256_shuffle_epi8(Load(S + P - 2), Order[V][0]);
+      const __m256i After = _mm256_shuffle_epi8(Load(S + P + 2), Order[V][1]);
+      Store(D + P, _mm256_or_si256(Before, After));
     }
   };
+  // A store that crosses a cache line costs about two: after a first block
+  // at byte 3, the blocks go on from the first sample boundary where D is
+  // 32-byte aligned (byte 3 to 96; the first block covers up to 98).
+  const size_t Misalignment = (32 - reinterpret_cast<uintptr_t>(D) % 32) % 32;
+  const size_t Aligned = Misalignment == 0 ? BlockBytes : Misalignment + 32 * (Misalignment % 3);
   const size_t Bytes = 3 * N;
   SwapOne24(S, D);
-  for (size_t O = 3; O + BlockBytes + 2 <= Bytes; O += BlockBytes) Block(O);
+  Block(3);
+  for (size_t O = Aligned; O + BlockBytes + 2 <= Bytes; O += BlockBytes) Block(O);
   Block((Bytes - BlockBytes - 2) / 3 * 3);
   SwapOne24(S + Bytes - 3, D + Bytes - 3);
 }
@@ -128,10 +158,11 @@ __m256i FloatToInt32x8(__m256 X) {
   const __m256i R = _mm256_cvtps_epi32(X);
   return _mm256_xor_si256(R, _mm256_castps_si256(_mm256_cmp_ps(X, _mm256_set1_ps(2147483648.0f), _CMP_GE_OQ)));
 }
+// Below the range the conversion's 0x80000000 is the saturated value itself,
+// so only the top needs clamping.
 __m128i DoubleToInt32x4(__m256d X) {
   X = _mm256_and_pd(X, _mm256_cmp_pd(X, X, _CMP_EQ_OQ));
-  X = _mm256_max_pd(_mm256_min_pd(X, _mm256_set1_pd(2147483647.0)), _mm256_set1_pd(-2147483648.0));
-  return _mm256_cvtpd_epi32(X);
+  return _mm256_cvtpd_epi32(_mm256_min_pd(X, _mm256_set1_pd(2147483647.0)));
 }
 void FloatToInt32(const void* Src, void* Dst, size_t N) {
   const size_t Done = Groups<8>(N, [&](size_t I) { Store(At(Dst, 4 * I), FloatToInt32x8(LoadPs(At(Src, 4 * I)))); });
@@ -216,33 +247,61 @@ size_t StreamingHead(const void* Dst, size_t N) {
   return (32 - A % 32) % 32 / 4;
 }
 
-// 8 samples a group from Start on, each group's result stored at Dst + 4 I
-// (streamed when Stream); answers the end of the groups.
-template <typename Body>
-size_t Groups8Out(void* Dst, size_t Start, size_t N, bool Stream, Body&& F) {
-  const size_t End = Start + Groups<8>(N - Start, [&](size_t I) {
-    const __m256i V = F(Start + I);
-    uint8_t* P = At(Dst, 4 * (Start + I));
-    if (Stream)
-      _mm256_stream_si256(reinterpret_cast<__m256i*>(P), V);
-    else
-      Store(P, V);
+// Eight samples of the 32-bit float kernels: integers to scaled floats, and
+// floats scaled in place to integers (answered, not stored).
+template <bool Swapped>
+__m256i IntToFloatScaled8(const uint8_t* Src, __m256 K) {
+  const __m256i V = _mm256_castps_si256(_mm256_mul_ps(_mm256_cvtepi32_ps(Load(Src)), K));
+  return Swapped ? _mm256_shuffle_epi8(V, LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4)) : V;
+}
+template <bool Swapped>
+__m256i ScaledFloatToInt8(uint8_t* SrcDst, __m256 K) {
+  const __m256i V = Load(SrcDst);
+  const __m256 X =
+      _mm256_mul_ps(_mm256_castsi256_ps(Swapped ? _mm256_shuffle_epi8(V, LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4)) : V), K);
+  Store(SrcDst, _mm256_castps_si256(X));
+  return FloatToInt32x8(X);
+}
+
+// The streamed form of the 32-bit float kernels, out of line: the call of
+// the SSE2 kernel for the head would otherwise make every call save vector
+// registers on a realigned stack frame, which costs as much as converting a
+// few dozen samples.
+#if defined(_MSC_VER)
+#define QUORVEL_AVX2_NOINLINE __declspec(noinline)
+#else
+#define QUORVEL_AVX2_NOINLINE __attribute__((noinline))
+#endif
+template <bool Swapped>
+QUORVEL_AVX2_NOINLINE void IntToFloatScaledStreamed(const void* Src, void* Dst, size_t N, float Scale, size_t Head) {
+  if (Head > 0) Sse2Kernels.IntToFloatScaled[Swapped](Src, Dst, Head, Scale);
+  const __m256 K = _mm256_set1_ps(Scale);
+  const size_t Done = Head + Groups<8>(N - Head, [&](size_t I) {
+    const size_t J = Head + I;
+    _mm256_stream_si256(reinterpret_cast<__m256i*>(At(Dst, 4 * J)), IntToFloatScaled8<Swapped>(At(Src, 4 * J), K));
   });
-  if (Stream) _mm_sfence();
-  return End;
+  _mm_sfence();
+  if (Done < N) Sse2Kernels.IntToFloatScaled[Swapped](At(Src, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
+}
+template <bool Swapped>
+QUORVEL_AVX2_NOINLINE void ScaledFloatToIntStreamed(void* SrcDst, void* Dst, size_t N, float Scale, size_t Head) {
+  if (Head > 0) Sse2Kernels.ScaledFloatToInt[Swapped](SrcDst, Dst, Head, Scale);
+  const __m256 K = _mm256_set1_ps(Scale);
+  const size_t Done = Head + Groups<8>(N - Head, [&](size_t I) {
+    const size_t J = Head + I;
+    _mm256_stream_si256(reinterpret_cast<__m256i*>(At(Dst, 4 * J)), ScaledFloatToInt8<Swapped>(At(SrcDst, 4 * J), K));
+  });
+  _mm_sfence();
+  if (Done < N) Sse2Kernels.ScaledFloatToInt[Swapped](At(SrcDst, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
 
 template <bool Swapped>
 void IntToFloatScaled(const void* Src, void* Dst, size_t N, float Scale) {
-  const __m256 K = _mm256_set1_ps(Scale);
-  const __m256i Order = LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4);
   const size_t Head = StreamingHead(Dst, N);
-  const bool Stream = Head != SIZE_MAX;
-  if (Stream && Head > 0) Sse2Kernels.IntToFloatScaled[Swapped](Src, Dst, Head, Scale);
-  const size_t Done = Groups8Out(Dst, Stream ? Head : 0, N, Stream, [&](size_t I) {
-    const __m256i V = _mm256_castps_si256(_mm256_mul_ps(_mm256_cvtepi32_ps(Load(At(Src, 4 * I))), K));
-    return Swapped ? _mm256_shuffle_epi8(V, Order) : V;
-  });
+  if (Head != SIZE_MAX) return IntToFloatScaledStreamed<Swapped>(Src, Dst, N, Scale, Head);
+  const __m256 K = _mm256_set1_ps(Scale);
+  const size_t Done =
+      Groups<8>(N, [&](size_t I) { Store(At(Dst, 4 * I), IntToFloatScaled8<Swapped>(At(Src, 4 * I), K)); });
   if (Done < N) Sse2Kernels.IntToFloatScaled[Swapped](At(Src, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
 // Integer inputs are finite and never -0, so every quotient takes the correction step.
@@ -257,33 +316,74 @@ void IntToDoubleDivided(const void* Src, void* Dst, size_t N, double Divisor) {
   });
   if (Done < N) ScalarKernels.IntToDoubleDivided[Swapped](At(Src, 4 * Done), At(Dst, 8 * Done), N - Done, Divisor);
 }
+// The integers of the first Done scaled samples converted again with the
+// full rules, then the rest of the kernel's work by the SSE2 kernel. Out of
+// line, as the streamed forms, so that the common path needs no stack frame.
+template <typename TScale>
+QUORVEL_AVX2_NOINLINE void ConvertAgain(void (*Convert)(const void*, void*, size_t),
+                                        void (*Rest)(void*, void*, size_t, TScale), void* SrcDst, void* Dst, size_t N,
+                                        TScale Scale, size_t Done) {
+  constexpr size_t Bytes = sizeof(TScale);
+  Convert(SrcDst, Dst, Done);
+  if (Done < N) Rest(At(SrcDst, Bytes * Done), At(Dst, 4 * Done), N - Done, Scale);
+}
+
+// As for 64-bit floats below: the groups only note an integer of
+// 0x80000000 (NaN, beyond the range, or -2^31 itself), and only then are the
+// integers converted again from the scaled samples with the full rules.
 template <bool Swapped>
 void ScaledFloatToInt(void* SrcDst, void* Dst, size_t N, float Scale) {
-  const __m256 K = _mm256_set1_ps(Scale);
-  const __m256i Order = LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4);
   const size_t Head = StreamingHead(Dst, N);
-  const bool Stream = Head != SIZE_MAX;
-  if (Stream && Head > 0) Sse2Kernels.ScaledFloatToInt[Swapped](SrcDst, Dst, Head, Scale);
-  const size_t Done = Groups8Out(Dst, Stream ? Head : 0, N, Stream, [&](size_t I) {
+  if (Head != SIZE_MAX) return ScaledFloatToIntStreamed<Swapped>(SrcDst, Dst, N, Scale, Head);
+  const __m256 K = _mm256_set1_ps(Scale);
+  const __m256i Order = LaneShuffle(3, 2, 1, 0, 7, 6, 5, 4), Invalid = _mm256_set1_epi32(INT32_MIN);
+  __m256i AnyInvalid = _mm256_setzero_si256();
+  const size_t Done = Groups<8>(N, [&](size_t I) {
     uint8_t* P = At(SrcDst, 4 * I);
     const __m256i V = Load(P);
     const __m256 X = _mm256_mul_ps(_mm256_castsi256_ps(Swapped ? _mm256_shuffle_epi8(V, Order) : V), K);
     Store(P, _mm256_castps_si256(X));
-    return FloatToInt32x8(X);
+    const __m256i R = _mm256_cvtps_epi32(X);
+    AnyInvalid = _mm256_or_si256(AnyInvalid, _mm256_cmpeq_epi32(R, Invalid));
+    Store(At(Dst, 4 * I), R);
   });
+  if (!_mm256_testz_si256(AnyInvalid, AnyInvalid))
+    return ConvertAgain(FloatToInt32, Sse2Kernels.ScaledFloatToInt[Swapped], SrcDst, Dst, N, Scale, Done);
   if (Done < N) Sse2Kernels.ScaledFloatToInt[Swapped](At(SrcDst, 4 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
+// Eight samples a group, so that the integers go out in one 32-byte store.
+// The conversion answers 0x80000000 for NaN and for everything beyond the
+// range, all rare in a driver's samples (as is -2^31 itself); so the groups
+// convert without the compares and masks that sort those out, only noting
+// whether any integer came out as 0x80000000, and if one did, the integers
+// are converted again from the scaled samples with the full rules.
 template <bool Swapped>
 void ScaledDoubleToInt(void* SrcDst, void* Dst, size_t N, double Scale) {
   const __m256d K = _mm256_set1_pd(Scale);
-  const __m256i Order = LaneShuffle(7, 6, 5, 4, 3, 2, 1, 0);
-  const size_t Done = Groups<4>(N, [&](size_t I) {
+  const __m256i Order = LaneShuffle(7, 6, 5, 4, 3, 2, 1, 0), Invalid = _mm256_set1_epi32(INT32_MIN);
+  __m256i AnyInvalid = _mm256_setzero_si256();
+  const auto Scaled = [&](size_t I) {
     uint8_t* P = At(SrcDst, 8 * I);
     const __m256i V = Load(P);
     const __m256d X = _mm256_mul_pd(_mm256_castsi256_pd(Swapped ? _mm256_shuffle_epi8(V, Order) : V), K);
     Store(P, _mm256_castpd_si256(X));
-    Store128(At(Dst, 4 * I), DoubleToInt32x4(X));
+    return _mm256_cvtpd_epi32(X);
+  };
+  size_t Done = Groups<8>(N, [&](size_t I) {
+    const __m128i Lo = Scaled(I);
+    const __m256i R = _mm256_inserti128_si256(_mm256_castsi128_si256(Lo), Scaled(I + 4), 1);
+    AnyInvalid = _mm256_or_si256(AnyInvalid, _mm256_cmpeq_epi32(R, Invalid));
+    Store(At(Dst, 4 * I), R);
   });
+  if (Done + 4 <= N) {
+    const __m128i R = Scaled(Done);
+    const __m128i Eq = _mm_cmpeq_epi32(R, _mm256_castsi256_si128(Invalid));
+    AnyInvalid = _mm256_or_si256(AnyInvalid, _mm256_inserti128_si256(_mm256_setzero_si256(), Eq, 0));
+    Store128(At(Dst, 4 * Done), R);
+    Done += 4;
+  }
+  if (!_mm256_testz_si256(AnyInvalid, AnyInvalid))
+    return ConvertAgain(DoubleToInt32, Sse2Kernels.ScaledDoubleToInt[Swapped], SrcDst, Dst, N, Scale, Done);
   if (Done < N) Sse2Kernels.ScaledDoubleToInt[Swapped](At(SrcDst, 8 * Done), At(Dst, 4 * Done), N - Done, Scale);
 }
 

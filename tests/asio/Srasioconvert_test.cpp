@@ -222,6 +222,63 @@ TEST(AsioConvert, BuffersOfSeveralMegabytesMatchTheReference) {
     }
 }
 
+// The vector 24-bit swaps choose where their blocks start by the
+// destination's address: every alignment within 32 bytes, on both sides,
+// with lengths around the sizes of their blocks.
+TEST(AsioConvert, PackedBigEndianSamplesMatchTheReferenceAtEveryAlignment) {
+  TRestorePath Restore;
+  std::mt19937 Rng(2468);
+  const TRefType& T = *std::find_if(std::begin(RefTypes), std::end(RefTypes),
+                                    [](const TRefType& R) { return R.Type == ASIOSTInt24MSB; });
+  for (TIppsPath Path : Paths()) {
+    ASSERT_TRUE(SetIppsPath(Path));
+    for (size_t N : {34, 35, 63, 64, 65, 66, 97, 130, 256})
+      for (size_t Offset = 0; Offset < 32; ++Offset) {
+        SCOPED_TRACE(testing::Message() << PathName(Path) << " N " << N << " offset " << Offset);
+        CheckType(T, N, Offset, 31 - Offset, Rng);
+        if (HasFatalFailure()) return;
+      }
+  }
+}
+
+// A lone NaN or out-of-range sample from the driver converts by the rules
+// (0, or saturated) whichever sample it is, among samples within range that
+// convert as usual around it.
+TEST(AsioConvert, ALoneNanOrOutOfRangeSampleAnywhereConvertsByTheRules) {
+  TRestorePath Restore;
+  std::mt19937 Rng(1357);
+  std::uniform_real_distribution<double> Within(-0.99, 0.99);
+  for (TIppsPath Path : Paths()) {
+    ASSERT_TRUE(SetIppsPath(Path));
+    for (const TRefType& T : RefTypes) {
+      if (T.Kind == 'i') continue;
+      for (double Special : {DNaN, 1.5, -1.5, DInf})
+        for (size_t N : {20, 67})
+          for (size_t At = 0; At < N; ++At) {
+            SCOPED_TRACE(testing::Message() << PathName(Path) << " type " << T.Type << " value " << Special << " N "
+                                            << N << " at " << At);
+            TGuarded In(N * T.DrvBytes, 1), Out(N * T.BufBytes, 2), WantDrv(N * T.DrvBytes, 0),
+                WantBuf(N * T.BufBytes, 0);
+            for (size_t I = 0; I < N; ++I) {
+              uint8_t* D = In.Data() + I * T.DrvBytes;
+              const double V = I == At ? Special : Within(Rng);
+              if (T.Kind == 'f')
+                Write(D, static_cast<float>(V));
+              else
+                Write(D, V);
+              if (T.Msb) Reverse(D, T.DrvBytes);
+            }
+            std::memcpy(WantDrv.Data(), In.Data(), N * T.DrvBytes);
+            RefFromDriver(T, WantDrv.Data(), WantBuf.Data(), N);
+            ASSERT_TRUE(ASIOConvertFromDriver(T.Type, In.Data(), Out.Data(), static_cast<int32_t>(N)));
+            ASSERT_TRUE(Out.Bytes() == WantBuf.Bytes());
+            ASSERT_TRUE(In.Bytes() == WantDrv.Bytes());
+            ASSERT_TRUE(Out.GuardsIntact());
+          }
+    }
+  }
+}
+
 TEST(AsioConvert, TypesThatAreNotConvertedTouchNothing) {
   for (TASIOSampleType Type : {ASIOSTDSDInt8LSB1, ASIOSTDSDInt8MSB1, ASIOSTDSDInt8NER8, 5, 7, 12, 15, 21, 23, 28,
                                ASIOSTLastEntry, -1}) {
