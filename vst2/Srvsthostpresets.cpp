@@ -233,49 +233,46 @@ void TSRVSTHost::LoadBank(TWBStream& Stream) {
 
 // ---- file names ------------------------------------------------------------------
 
-void TSRVSTHost::SavePreset(const std::string& FileName) {
-  TWBFileStream Stream(FileName, Platform::TFileOpenMode::fomCreate, Platform::TFileShareMode::fsmDenyWrite);
-  if (!Stream.IsOpen()) {
-    Error(FileName + ": " + Stream.GetOpenError(), -1);
+namespace {
+
+// Opens FileName as the operation needs it and runs Proc on the stream; a
+// file that cannot be opened is reported through Host's error path. For
+// reading, a missing file gets MissingText.
+template <typename F>
+void WithFileStream(TSRVSTHost& Host, const std::string& FileName, bool ForReading, const std::string& MissingText,
+                    F&& Proc) {
+  if (ForReading && !Platform::FileExists(FileName)) {
+    Host.Error(MissingText, -1);
     return;
   }
-  SavePreset(static_cast<TWBStream&>(Stream));
+  TWBFileStream Stream(FileName, ForReading ? Platform::TFileOpenMode::fomRead : Platform::TFileOpenMode::fomCreate,
+                       Platform::TFileShareMode::fsmDenyWrite);
+  if (!Stream.IsOpen()) {
+    Host.Error(FileName + ": " + Stream.GetOpenError(), -1);
+    return;
+  }
+  Proc(static_cast<TWBStream&>(Stream));
+}
+
+}  // namespace
+
+void TSRVSTHost::SavePreset(const std::string& FileName) {
+  WithFileStream(*this, FileName, false, std::string(), [this](TWBStream& S) { SavePreset(S); });
 }
 
 void TSRVSTHost::LoadPreset(const std::string& FileName) {
-  if (!Platform::FileExists(FileName)) {
-    Error("Preset file " + FileName + " does not exist.", -1);
-    return;
-  }
-  TWBFileStream Stream(FileName, Platform::TFileOpenMode::fomRead, Platform::TFileShareMode::fsmDenyWrite);
-  if (!Stream.IsOpen()) {
-    Error(FileName + ": " + Stream.GetOpenError(), -1);
-    return;
-  }
-  LoadPreset(static_cast<TWBStream&>(Stream));
+  WithFileStream(*this, FileName, true, "Preset file " + FileName + " does not exist.",
+                 [this](TWBStream& S) { LoadPreset(S); });
 }
 
 void TSRVSTHost::SaveBank(const std::string& FileName) {
-  TWBFileStream Stream(FileName, Platform::TFileOpenMode::fomCreate, Platform::TFileShareMode::fsmDenyWrite);
-  if (!Stream.IsOpen()) {
-    Error(FileName + ": " + Stream.GetOpenError(), -1);
-    return;
-  }
-  SaveBank(static_cast<TWBStream&>(Stream));
+  WithFileStream(*this, FileName, false, std::string(), [this](TWBStream& S) { SaveBank(S); });
 }
 
 void TSRVSTHost::LoadBank(const std::string& FileName) {
   // Kept as the component always did: this text has no full stop.
-  if (!Platform::FileExists(FileName)) {
-    Error("Bank file " + FileName + " does not exist", -1);
-    return;
-  }
-  TWBFileStream Stream(FileName, Platform::TFileOpenMode::fomRead, Platform::TFileShareMode::fsmDenyWrite);
-  if (!Stream.IsOpen()) {
-    Error(FileName + ": " + Stream.GetOpenError(), -1);
-    return;
-  }
-  LoadBank(static_cast<TWBStream&>(Stream));
+  WithFileStream(*this, FileName, true, "Bank file " + FileName + " does not exist",
+                 [this](TWBStream& S) { LoadBank(S); });
 }
 
 }  // namespace Quorvel
