@@ -228,11 +228,15 @@ std::string PropertiesText(TSRVSTParameter& P) {
 
 // Rows of cells, printed as aligned columns or separated by tabs.
 void PrintTable(const std::vector<std::vector<std::string>>& Rows, bool Tabs) {
+  // Widths in characters: UTF-8 continuation bytes take no room.
+  auto Width = [](const std::string& S) {
+    return static_cast<size_t>(std::count_if(S.begin(), S.end(), [](char C) { return (C & 0xC0) != 0x80; }));
+  };
   std::vector<size_t> Widths;
   for (const auto& Row : Rows)
     for (size_t C = 0; C < Row.size(); ++C) {
       if (Widths.size() <= C) Widths.push_back(0);
-      Widths[C] = std::max(Widths[C], Row[C].size());
+      Widths[C] = std::max(Widths[C], Width(Row[C]));
     }
   for (const auto& Row : Rows) {
     std::string Line;
@@ -240,10 +244,10 @@ void PrintTable(const std::vector<std::vector<std::string>>& Rows, bool Tabs) {
       if (Tabs) {
         Line += (C ? "\t" : "") + Row[C];
       } else if (C == 0) {
-        Line += std::string(Widths[0] - Row[0].size(), ' ') + Row[0];  // numbers to the right
+        Line += std::string(Widths[0] - Width(Row[0]), ' ') + Row[0];  // numbers to the right
       } else {
         Line += "  " + Row[C];
-        if (C + 1 < Row.size()) Line += std::string(Widths[C] - Row[C].size(), ' ');
+        if (C + 1 < Row.size()) Line += std::string(Widths[C] - Width(Row[C]), ' ');
       }
     }
     std::printf("%s\n", Line.c_str());
@@ -291,7 +295,11 @@ int SaveFile(const TArgs& Args, bool Bank) {
       return Fail("cannot write " + Output + ": " + Out.GetLastErrorText());
   }
   if (!File.Commit()) return 1;
-  const char* Form = Host.GetEffectFlags().Contains(TEffFlag::effFlagsProgramChunks) ? "chunk" : "parameter";
+  const bool Chunks = Host.GetEffectFlags().Contains(TEffFlag::effFlagsProgramChunks);
+  const char* Form = Chunks ? "chunk" : "parameter";
+  if (!Chunks)
+    Warn(Output + " has its values after headers 4 bytes longer than those read (as this host always wrote them); "
+                  "loaded here or elsewhere, each value lands one parameter later");
   if (Bank)
     std::printf("saved %d programs of %s as a bank (%s form, %lld bytes)\n", std::max(Host.GetNumPrograms(), 0),
                 Host.GetEffectName().c_str(), Form, static_cast<long long>(Saved.GetSize()));

@@ -165,7 +165,7 @@ elseif(SCENARIO STREQUAL "plugin_files")
   # Parameter form: the host writes 4 filler bytes after each header and
   # reads without them, so its own preset loads one parameter later (and
   # says so); the same file without the filler loads as saved.
-  run(0 "parameter form, 72 bytes" preset save "${P}" "${S}/own.fxp" -x Gain=0.375 -x 1=1)
+  run(0 "parameter form, 72 bytes.*written.*each value lands one parameter later" preset save "${P}" "${S}/own.fxp" -x Gain=0.375 -x 1=1)
   run(0 "Gain +0.5000 -> 0.0000.*Channel Map +0.0000 -> 0.3750.*values at byte 60.*lands one parameter later"
       preset load "${P}" "${S}/own.fxp")
   cut("${SCRATCH}/own.fxp" 0 56 "${SCRATCH}/head")
