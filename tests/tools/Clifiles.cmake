@@ -43,6 +43,11 @@ function(join out)
   execute_process(COMMAND ${CMAKE_COMMAND} -E cat ${ARGN} OUTPUT_FILE "${out}")
 endfunction()
 
+# bytes(OUT TEXT): printf's rendering of TEXT (octal escapes such as \\377) into OUT.
+function(bytes out text)
+  execute_process(COMMAND printf "${text}" OUTPUT_FILE "${out}")
+endfunction()
+
 function(expect_same a b)
   execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files "${a}" "${b}" RESULT_VARIABLE differ)
   if(differ)
@@ -232,6 +237,27 @@ elseif(SCENARIO STREQUAL "plugin_files")
   file(WRITE "${SCRATCH}/hostile.fxp" "CcnKAAAAFxCkAAAAQvT2AAAAAAAAHostile-program-name-28-byteAAAA")
   run(1 "hostile.fxp is cut short: it announces 1094795585 parameter values and holds 1"
       preset load "${P}" "${S}/hostile.fxp")
+
+  # Counts of -1 (and chunk sizes of -1) are damage, not a large number.
+  bytes("${SCRATCH}/minus-one" "\\377\\377\\377\\377")
+  cut("${SCRATCH}/standard.fxp" 0 24 "${SCRATCH}/before-count")
+  cut("${SCRATCH}/standard.fxp" 28 40 "${SCRATCH}/after-count")
+  join("${SCRATCH}/minus.fxp" "${SCRATCH}/before-count" "${SCRATCH}/minus-one" "${SCRATCH}/after-count")
+  run(1 "minus.fxp is damaged: it announces -1 parameter values" preset load "${P}" "${S}/minus.fxp")
+  cut("${SCRATCH}/standard.fxb" 0 24 "${SCRATCH}/bank-before-count")
+  cut("${SCRATCH}/standard.fxb" 28 1000 "${SCRATCH}/bank-after-count")
+  join("${SCRATCH}/minus.fxb" "${SCRATCH}/bank-before-count" "${SCRATCH}/minus-one" "${SCRATCH}/bank-after-count")
+  run(1 "minus.fxb is damaged: it announces -1 programs" bank load "${P}" "${S}/minus.fxb")
+  cut("${SCRATCH}/chunk.fxp" 0 56 "${SCRATCH}/chunk-head")
+  cut("${SCRATCH}/chunk.fxp" 60 1000 "${SCRATCH}/chunk-body")
+  join("${SCRATCH}/minus-chunk.fxp" "${SCRATCH}/chunk-head" "${SCRATCH}/minus-one" "${SCRATCH}/chunk-body")
+  run(1 "minus-chunk.fxp is damaged: it gives its chunk a size of -1 bytes" preset load "${C}" "${S}/minus-chunk.fxp")
+  # A bank of six programs for a plug-in of four: the first four load, with a warning.
+  bytes("${SCRATCH}/six" "\\000\\000\\000\\006")
+  join("${SCRATCH}/six.fxb" "${SCRATCH}/bank-before-count" "${SCRATCH}/six" "${SCRATCH}/bank-after-count"
+       "${SCRATCH}/head3" "${SCRATCH}/values3" "${SCRATCH}/head3" "${SCRATCH}/values3")
+  run(0 "program names changed: 0 of 4.*six.fxb holds 6 programs and the plug-in has 4: only the first 4 are loaded"
+      bank load "${P}" "${S}/six.fxb")
 
   # Saving: never onto the plug-in, and a failed save leaves the file as it was.
   file(COPY_FILE "${plugin}" "${SCRATCH}/plug${SUFFIX}")
