@@ -157,13 +157,15 @@ TState TakeState(TSRVSTHost& Host, bool AllPrograms) {
   TState S;
   S.Program = Host.GetCurrentProgramNumber();
   S.ProgramName = Host.GetCurrentProgramName();
-  if (AllPrograms)
-    for (size_t I = 0; I < Host.GetPrograms().Count(); ++I) S.ProgramNames.push_back(Host.GetPrograms().Get(I)->GetName());
   TSRVSTParameters& Params = Host.GetParameters();
   for (size_t I = 0; I < Params.Count(); ++I) {
     S.Values.push_back(Params[I].GetValue());
     S.Displays.push_back(Params[I].GetAsString());
   }
+  // Names last: a plug-in that cannot name programs by index is switched to
+  // each and back, which may reset its values.
+  if (AllPrograms)
+    for (size_t I = 0; I < Host.GetPrograms().Count(); ++I) S.ProgramNames.push_back(Host.GetPrograms().Get(I)->GetName());
   return S;
 }
 
