@@ -32,7 +32,7 @@ namespace {
 struct TTotals {
   size_t Libraries = 0, Opened = 0, Parameters = 0, Programs = 0;
   size_t PresetsEqual = 0, BanksEqual = 0, RoundTrips = 0;
-  size_t ChunkPlugIns = 0, TimeStamped = 0, ValuesMoved = 0;
+  size_t ChunkPlugIns = 0, TimeStamped = 0, ValuesMoved = 0, EmptyBanks = 0;
   double SlowestSeconds = 0;
   std::string Slowest;
 };
@@ -182,7 +182,10 @@ class TPlugInCheck {
       Load(FHost, Standard, false);
       return SameValues(Values[0], "preset");
     }
-    if (Programs == 0) return true;
+    if (Programs == 0) {
+      ++FTotals.EmptyBanks;  // a header only: nothing to compare
+      return true;
+    }
     MoveValues();
     Load(FHost, Standard, true);
     // The program loaded last is the plug-in's current one; then each in turn.
@@ -224,8 +227,10 @@ TEST(DebianPlugIns, EveryParameterIsReadAndPresetsAndBanksLoadBackAsSaved) {
               Totals.Libraries, Totals.Opened, Totals.ChunkPlugIns, Totals.TimeStamped);
   std::printf("  parameters read: %zu (name, label, display, value); programs listed: %zu\n", Totals.Parameters,
               Totals.Programs);
-  std::printf("  round trips equal: %zu of %zu (presets %zu, banks %zu); parameter values moved before loading: %zu\n",
-              Totals.RoundTrips, 2 * Totals.Opened, Totals.PresetsEqual, Totals.BanksEqual, Totals.ValuesMoved);
+  std::printf("  round trips equal: %zu of %zu (presets %zu, banks %zu, %zu of them parameter-form banks without "
+              "programs); parameter values moved before loading: %zu\n",
+              Totals.RoundTrips, 2 * Totals.Opened, Totals.PresetsEqual, Totals.BanksEqual, Totals.EmptyBanks,
+              Totals.ValuesMoved);
   std::printf("  slowest: %s, %.2f s\n", Totals.Slowest.c_str(), Totals.SlowestSeconds);
   EXPECT_EQ(Totals.RoundTrips, 2 * Totals.Opened);
   // The lsp package carries one library of common code that is not a plug-in.
