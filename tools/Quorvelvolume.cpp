@@ -214,7 +214,8 @@ int Watch(const TArgs& Args) {
       const double At = std::chrono::duration<double>(TClock::now() - Start).count();
       std::printf("%7.2f s ", At);
       for (size_t C = 0; C < Lines; ++C)
-        std::printf(" level %.3f peak %.3f", Volume.GetVolumePin(C)->GetValue(), Volume.GetPeakPin(C)->GetValue());
+        std::printf(" %s: level %.3f peak %.3f", Lines == 1 ? "master" : ("ch " + std::to_string(C + 1)).c_str(),
+                    Volume.GetVolumePin(C)->GetValue(), Volume.GetPeakPin(C)->GetValue());
       std::printf("\n");
     }
     std::fflush(stdout);
