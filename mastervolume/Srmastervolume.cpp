@@ -415,6 +415,8 @@ void TSRMasterVolume::UpdateChannelCount() {
   FPeakPins.SetCount(FNumChannels);
 }
 
+// The report's text is the failed call's name only, without a description
+// of the code: the code itself follows in the message.
 bool TSRMasterVolume::CheckError(const std::string& Text, int32_t Result) {
   if (Succeeded(Result)) return true;
   Error(Text, Result);
@@ -446,6 +448,9 @@ void TSRMasterVolume::UpdatePins() {
   IAudioEndpointVolume* Volume = FRun.EndpointVolume.Get();
   IAudioMeterInformation* Meter = FRun.Meter.Get();
   uint32_t ChannelCount = 0, MeterCount = 0;
+  // Deliberately asked for on every tick, with one channel too (where they go
+  // unused): kept so that an endpoint's refusals are reported the same way
+  // in both modes.
   const bool HaveChannels = Volume && CheckWarning("GetChannelCount", Volume->GetChannelCount(&ChannelCount));
   bool HaveMeters = Meter && CheckWarning("GetMeteringChannelCount", Meter->GetMeteringChannelCount(&MeterCount));
   if (HaveMeters && MeterCount > kMaxMeteringChannels) {

@@ -124,7 +124,7 @@ class TSRMasterVolumePrimaryDevice : public TSRMasterVolumeDevice {
   // [main thread] Lets the user pick an endpoint by friendly name (the
   // current Name shown selected); true and Name set when confirmed, false
   // and nothing changed on cancel.
-  bool ShowDeviceSelctDialog();
+  bool ShowDeviceSelctDialog();  // Deliberately misspelt: kept as the component's published name.
 
  private:
   TSRMasterVolumeDevices FAlternativeDevices;
