@@ -227,8 +227,8 @@ bool TSRMasterVolumeDevices::Assign(const TWBPersistent& Source) {
   std::vector<std::unique_ptr<TSRMasterVolumeDevice>> Items;
   for (const auto& Item : Other->FItems) {
     Items.push_back(std::make_unique<TSRMasterVolumeDevice>(FVolume, [this](TSRMasterVolumeDevice&) { Changed(); }));
-    Items.back()->SetName(Item->GetName());
-    Items.back()->SetDeviceID(Item->GetDeviceID());
+    Items.back()->FName = Item->GetName();
+    Items.back()->FDeviceID = Item->GetDeviceID();
   }
   FItems = std::move(Items);
   Changed();

@@ -71,6 +71,7 @@ class TSRMasterVolumeDevice : public TWBPersistent {
   void Changed();
 
  private:
+  friend class TSRMasterVolumeDevices;  // copies items without a notification each
   TSRMasterVolume* FVolume;
   TChangeProc FOnChange;
   mutable Threading::TCriticalSection FOwnLock;

@@ -160,6 +160,15 @@ TEST_F(MasterVolume, OpensTheDefaultByNameByIdentifierOrAnAlternative) {
   Last.SetName("Speakers");
   EXPECT_EQ(Device.GetOpenedName(), "Speakers");
   EXPECT_EQ(Texts(true), std::vector<std::string>{"GetDefaultAudioEndpoint"});
+
+  // Another component given this device opens the same way.
+  TSRMasterVolume Copy;
+  Watch(Copy);
+  Copy.SetDevice(Device);
+  EXPECT_EQ(Copy.GetDevice().GetName(), "speakers");
+  ASSERT_EQ(Copy.GetDevice().GetAlternativeDevices().GetCount(), 3);
+  EXPECT_EQ(Copy.GetDevice().GetAlternativeDevices().GetItem(1).GetName(), "Default");
+  EXPECT_EQ(Copy.GetDevice().GetOpenedName(), "Speakers");
 }
 
 TEST_F(MasterVolume, ReportsFailedCallsByNameAndRaisesUnhandledErrorsWithCodes) {
