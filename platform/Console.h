@@ -8,8 +8,9 @@ bool StandardErrorIsTerminal();
 // [any thread] Whether standard output is a terminal (displays that redraw
 // themselves in place go there only then).
 bool StandardOutputIsTerminal();
-// [main thread] Lets standard output's terminal act on ANSI cursor and erase
-// sequences (a Windows console must be told to); false when it cannot.
-bool EnableTerminalSequences();
+// [main thread] Moves the cursor of standard output's terminal to the start
+// of the line Lines above the current one, so that a display can be drawn
+// again over itself (flush standard output first). False when it cannot.
+bool MoveCursorUp(int Lines);
 
 }  // namespace Quorvel::Platform

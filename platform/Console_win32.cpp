@@ -14,12 +14,16 @@ bool StandardOutputIsTerminal() {
   return GetConsoleMode(GetStdHandle(STD_OUTPUT_HANDLE), &Mode) != 0;
 }
 
-bool EnableTerminalSequences() {
+bool MoveCursorUp(int Lines) {
+  // The console's own cursor calls: older consoles (and Wine's) do not act on
+  // ANSI sequences.
   const HANDLE Output = GetStdHandle(STD_OUTPUT_HANDLE);
-  DWORD Mode = 0;
-  if (!GetConsoleMode(Output, &Mode)) return false;
-  constexpr DWORD kVirtualTerminalProcessing = 0x0004;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING
-  return (Mode & kVirtualTerminalProcessing) || SetConsoleMode(Output, Mode | kVirtualTerminalProcessing);
+  CONSOLE_SCREEN_BUFFER_INFO Info;
+  if (!GetConsoleScreenBufferInfo(Output, &Info)) return false;
+  COORD To = Info.dwCursorPosition;
+  To.X = 0;
+  To.Y = static_cast<SHORT>(To.Y > Lines ? To.Y - Lines : 0);
+  return SetConsoleCursorPosition(Output, To) != 0;
 }
 
 }  // namespace Quorvel::Platform

@@ -192,7 +192,7 @@ int Watch(const TArgs& Args) {
   if (Channels > 1 && Reports.HasWarning("GetChannelCount"))
     Warn("the endpoint does not give its channel levels (" + Reports.Find("GetChannelCount") + ")");
 
-  const bool InPlace = Platform::StandardOutputIsTerminal() && Platform::EnableTerminalSequences();
+  const bool InPlace = Platform::StandardOutputIsTerminal();
   const size_t Lines = Volume.GetVolumePins().Count();
   std::printf("%s (every %ld ms%s)\n", Volume.GetDevice().GetOpenedName().c_str(), Interval,
               InPlace ? ", Ctrl+C ends" : "");
@@ -204,10 +204,11 @@ int Watch(const TArgs& Args) {
   bool Drawn = false;
   for (;;) {
     if (InPlace) {
-      if (Drawn) std::printf("\x1b[%zuA", Lines);
+      // Lines of one width, drawn over the previous ones.
+      if (Drawn) Platform::MoveCursorUp(static_cast<int>(Lines));
       for (size_t C = 0; C < Lines; ++C) {
         const double Level = Volume.GetVolumePin(C)->GetValue(), Peak = Volume.GetPeakPin(C)->GetValue();
-        std::printf("\x1b[2K%-8s %s %s  peak %s %s\n", Lines == 1 ? "master" : ("ch " + std::to_string(C + 1)).c_str(),
+        std::printf("%-8s %s %s  peak %s %s\n", Lines == 1 ? "master" : ("ch " + std::to_string(C + 1)).c_str(),
                     Percent(Level).c_str(), Bar(Level, 20).c_str(), Percent(Peak).c_str(), Bar(Peak, 20).c_str());
       }
     } else {
