@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "frame/Threading.h"
@@ -365,6 +366,11 @@ TEST_F(MasterVolume, WrittenLevelsSetTheEndpointAndIndicesPastTheChannelsDoNothi
   EXPECT_FLOAT_EQ(Headset->Master, 0.6f);
   Volume.SetVolume(0.2);
   EXPECT_DOUBLE_EQ(Volume.GetVolume(), 0.2f);
+  // A level written on another thread reaches the endpoint there, under the component's lock.
+  std::thread([&] { Peer.Pins[0]->SetValue(0.35); }).join();
+  EXPECT_FLOAT_EQ(Headset->Master, 0.35f);
+  EXPECT_NE(Headset->CallThreads.back(), std::this_thread::get_id());
+  Volume.SetVolume(0.2);
 
   // The endpoint's refusals are warnings under the call's name.
   Headset->Fail["SetMasterVolumeLevelScalar"] = HrNotImpl;
