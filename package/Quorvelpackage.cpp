@@ -4,6 +4,9 @@
 
 #include "asio/Srasioaudiodevice.h"
 #include "vst2/Srvsthost.h"
+#if QUORVEL_WINDOWS_UNITS
+#include "mastervolume/Srmastervolume.h"
+#endif
 
 namespace Quorvel::Package {
 namespace {
@@ -13,10 +16,16 @@ namespace {
 const TUnitInfo kUnits[] = {
     {"Srasioaudiodevice", "TSRASIOAudioDevice", &Srasioaudiodevice::RegisterPkg, &Srasioaudiodevice::UnregisterPkg},
     {"Srvsthost", "TSRVSTHost", &Srvsthost::RegisterPkg, &Srvsthost::UnregisterPkg},
+#if QUORVEL_WINDOWS_UNITS
+    {"Srmastervolume", "TSRMasterVolume", &Srmastervolume::RegisterPkg, &Srmastervolume::UnregisterPkg},
+#endif
     {"Srvsteffectintf", nullptr, nullptr, nullptr},
     {"Asiointerface", nullptr, nullptr, nullptr},
     {"Srasiodevice", nullptr, nullptr, nullptr},
     {"Srasiocallbackentries", nullptr, nullptr, nullptr},
+#if QUORVEL_WINDOWS_UNITS
+    {"Mmdeviceapi", nullptr, nullptr, nullptr},
+#endif
 };
 
 const TPackageInfoTable kTable{"Quorvel", std::size(kUnits), kUnits};

@@ -67,7 +67,17 @@ const char* const kUsage =
     "      -q            no progress bar\n"
     "      On Windows the drivers are those installed in the registry; on Linux,\n"
     "      which has no ASIO registry, they are the bundled test drivers\n"
-    "      (\"Quorvel Test ASIO\", \"Quorvel Test ASIO Float\"), registered in process.\n";
+    "      (\"Quorvel Test ASIO\", \"Quorvel Test ASIO Float\"), registered in process.\n"
+    "  quorvel volume list\n"
+    "      the active audio endpoints: level, friendly name, identifier (Windows)\n"
+    "  quorvel volume get [DEVICE]\n"
+    "  quorvel volume set [DEVICE] LEVEL\n"
+    "      an endpoint's master level (0 to 1); DEVICE is a friendly name, an\n"
+    "      identifier or DEFAULT (the default output, also when left out)\n"
+    "  quorvel volume watch [DEVICE] [-s SECONDS] [-c CHANNELS] [-i MS]\n"
+    "      levels and peak meters, redrawn in place on a terminal (plain lines\n"
+    "      otherwise) every -i milliseconds (default 100) for -s seconds (default:\n"
+    "      until interrupted); -c 1 shows the master level, more one per channel\n";
 
 }  // namespace
 

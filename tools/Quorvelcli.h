@@ -146,6 +146,7 @@ int Bank(const TArgs& Args);      // Quorvelparams.cpp: bank save|load
 int Demo(const TArgs& Args);     // quorvel.cpp
 int Process(const TArgs& Args);  // Quorvelprocess.cpp
 int Asio(const TArgs& Args);     // Quorvelasio.cpp
+int Volume(const TArgs& Args);   // Quorvelvolume.cpp (Windows), Quorvelvolume_posix.cpp
 int RunDocument(const TArgs& Args);     // Quorvelrun.cpp
 int ListComponents(const TArgs& Args);  // Quorvelrun.cpp
 // Installs the drivers bundled with the program where ASIOGetDriverNames

@@ -4,6 +4,7 @@
 //   quorvel process PLUGIN -i IN -o OUT  a WAV file through a plug-in (Quorvelprocess.cpp)
 //   quorvel demo                         the bundled test plug-in on a generated tone
 //   quorvel asio list|info|run           ASIO drivers and a chain through one (Quorvelasio.cpp)
+//   quorvel volume list|get|set|watch    audio endpoint levels and meters (Quorvelvolume.cpp)
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -220,6 +221,7 @@ int main(int Argc, char** Argv) {
     if (Command == "bank") return Cli::Bank(Args);
     if (Command == "process") return Cli::Process(Args);
     if (Command == "asio") return Cli::Asio(Args);
+    if (Command == "volume") return Cli::Volume(Args);
     if (Command == "run") return Cli::RunDocument(Args);
     if (Command == "components") return Cli::ListComponents(Args);
     if (Command == "-h" || Command == "--help" || Command == "help") {
