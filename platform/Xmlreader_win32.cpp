@@ -20,7 +20,8 @@ TCreateXmlReader CreateReaderEntry() {
   static const TCreateXmlReader Entry = [] {
     HMODULE Module = LoadLibraryExW(L"xmllite.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
     if (!Module) Module = LoadLibraryW(L"xmllite.dll");
-    return Module ? reinterpret_cast<TCreateXmlReader>(GetProcAddress(Module, "CreateXmlReader")) : nullptr;
+    return Module ? reinterpret_cast<TCreateXmlReader>(reinterpret_cast<void*>(GetProcAddress(Module, "CreateXmlReader")))
+                  : nullptr;
   }();
   return Entry;
 }

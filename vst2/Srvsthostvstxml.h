@@ -9,6 +9,10 @@
 // "VSTXML" with identifier 1. Resources exist in Windows libraries only:
 // elsewhere the file is the one place looked at.
 //
+// Value types and templates count at the top of the document; groups and
+// parameters at the top and inside groups and templates; any other element
+// is passed over with all it contains.
+//
 // Groups and templates: a group's own parameters are attached with their
 // ids as written. A group that names a template in "template" also attaches
 // the template's parameters and groups, their ids moved by the group's
