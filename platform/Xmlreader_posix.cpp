@@ -14,6 +14,23 @@ struct TReaderFree {
   void operator()(xmlTextReaderPtr Reader) const { xmlFreeTextReader(Reader); }
 };
 
+// libxml2 reports some faults (undecodable bytes, for one) through its
+// generic error function whatever the parser options say: while a document
+// is read, this thread's function says nothing.
+void Quiet(void*, const char*, ...) {}
+
+class TQuietErrors {
+ public:
+  TQuietErrors() : FFunction(xmlGenericError), FContext(xmlGenericErrorContext) {
+    xmlSetGenericErrorFunc(nullptr, &Quiet);
+  }
+  ~TQuietErrors() { xmlSetGenericErrorFunc(FContext, FFunction); }
+
+ private:
+  xmlGenericErrorFunc FFunction;
+  void* FContext;
+};
+
 std::string Text(const xmlChar* Value) { return Value ? reinterpret_cast<const char*>(Value) : std::string(); }
 
 }  // namespace
@@ -22,6 +39,7 @@ bool ReadXmlDocumentWithSystemReader(const void* Data, size_t Size, TXmlWalk& Wa
   static std::once_flag Initialised;
   std::call_once(Initialised, [] { xmlInitParser(); });
   if (Size > size_t(INT32_MAX)) return false;
+  const TQuietErrors Quieted;
   // No network, no messages on stderr; entities are not substituted, no
   // external DTD is loaded and no default attributes come from one
   // (XML_PARSE_NOENT, _DTDLOAD and _DTDATTR stay off), and libxml2 keeps its
