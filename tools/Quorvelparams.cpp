@@ -413,14 +413,15 @@ int Params(const TArgs& Args) {
   TReports Reports;
   bool Tabs = false;
   if (const int Rc = OpenForListing(Args, Host, Reports, Tabs)) return Rc;
-  std::vector<std::vector<std::string>> Rows{{"index", "name", "label", "display", "value", "automatable", "properties"}};
+  std::vector<std::vector<std::string>> Rows{{"index", "name", "label", "display", "value", "automatable", "properties", "group"}};
   TSRVSTParameters& Params = Host.GetParameters();
   for (size_t I = 0; I < Params.Count(); ++I) {
     TSRVSTParameter& P = Params[I];
     char Value[32];
     std::snprintf(Value, sizeof Value, "%.6f", static_cast<double>(P.GetValue()));
     Rows.push_back({std::to_string(I), P.GetName(), P.GetLabel(), P.GetAsString(), Value,
-                    P.GetCanBeAutomated() ? "yes" : "no", PropertiesText(P)});
+                    P.GetCanBeAutomated() ? "yes" : "no", PropertiesText(P),
+                    P.GetStructureGroup().empty() ? "-" : P.GetStructureGroup()});
   }
   PrintTable(Rows, Tabs);
   return 0;
