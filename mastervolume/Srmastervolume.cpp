@@ -307,7 +307,7 @@ bool TSRMasterVolumePrimaryDevice::ShowDeviceSelctDialog() {
 
 TSRMasterVolume::TSRMasterVolume(TWBComponent* Owner)
     : TWBComponent(Owner),
-      FDevice(this, [this](TSRMasterVolumeDevice&) { DoDeviceChanged(); }),
+      FDevice(this, [this](TSRMasterVolumeDevice& Sender) { NotifyProp(Sender); }),
       FVolumePins(*this, GetLock(), TPWPinCategories{TPWPinCategory::pcReal}, true),
       FPeakPins(*this, GetLock(), TPWPinCategories{TPWPinCategory::pcReal}, true) {
   FTimer.SetInterval(FRefreshInterval);
@@ -533,12 +533,15 @@ void TSRMasterVolume::IntStop() {
 }
 
 void TSRMasterVolume::EnabledChanged() {
+  TWBComponent::EnabledChanged();
   if (IsDesigning() || IsLoading()) return;
   if (GetEnabled())
     TryStart();
   else
     IntStop();
 }
+
+void TSRMasterVolume::NotifyProp(TWBPersistent&) { DoDeviceChanged(); }
 
 void TSRMasterVolume::DoDeviceChanged() {
   if (IsDesigning() || IsLoading() || IsDestroying() || !GetEnabled()) return;

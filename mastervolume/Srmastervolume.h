@@ -222,6 +222,8 @@ class TSRMasterVolume : public TWBComponent {
  protected:
   void EnabledChanged() override;
   void Loaded() override;
+  // Device (its name, identifier or an alternative) changed; Sender is Device.
+  void NotifyProp(TWBPersistent& Sender);
   // The device description changed: a running component restarts on it.
   void DoDeviceChanged();
   bool TryStart();
