@@ -74,18 +74,20 @@ void TSRMasterVolumeDevice::SetDeviceID(const std::string& Value) {
   Changed();
 }
 
+bool TSRMasterVolumeDevice::CopyFrom(const TSRMasterVolumeDevice& Source) {
+  if (&Source == this) return false;
+  const std::string Name = Source.GetName(), Id = Source.GetDeviceID();
+  TLockGuard G(GetLock());
+  if (FName == Name && FDeviceID == Id) return false;
+  FName = Name;
+  FDeviceID = Id;
+  return true;
+}
+
 bool TSRMasterVolumeDevice::Assign(const TWBPersistent& Source) {
   const auto* Other = dynamic_cast<const TSRMasterVolumeDevice*>(&Source);
   if (!Other) return TWBPersistent::Assign(Source);
-  if (Other == this) return true;
-  const std::string Name = Other->GetName(), Id = Other->GetDeviceID();
-  {
-    TLockGuard G(GetLock());
-    if (FName == Name && FDeviceID == Id) return true;
-    FName = Name;
-    FDeviceID = Id;
-  }
-  Changed();
+  if (CopyFrom(*Other)) Changed();
   return true;
 }
 
@@ -220,17 +222,22 @@ void TSRMasterVolumeDevices::Clear() {
   Changed();
 }
 
-bool TSRMasterVolumeDevices::Assign(const TWBPersistent& Source) {
-  const auto* Other = dynamic_cast<const TSRMasterVolumeDevices*>(&Source);
-  if (!Other) return TWBPersistent::Assign(Source);
-  if (Other == this) return true;
+void TSRMasterVolumeDevices::CopyItems(const TSRMasterVolumeDevices& Source) {
+  if (&Source == this) return;
   std::vector<std::unique_ptr<TSRMasterVolumeDevice>> Items;
-  for (const auto& Item : Other->FItems) {
+  for (const auto& Item : Source.FItems) {
     Items.push_back(std::make_unique<TSRMasterVolumeDevice>(FVolume, [this](TSRMasterVolumeDevice&) { Changed(); }));
     Items.back()->FName = Item->GetName();
     Items.back()->FDeviceID = Item->GetDeviceID();
   }
   FItems = std::move(Items);
+}
+
+bool TSRMasterVolumeDevices::Assign(const TWBPersistent& Source) {
+  const auto* Other = dynamic_cast<const TSRMasterVolumeDevices*>(&Source);
+  if (!Other) return TWBPersistent::Assign(Source);
+  if (Other == this) return true;
+  CopyItems(*Other);
   Changed();
   return true;
 }
@@ -245,9 +252,14 @@ TSRMasterVolumePrimaryDevice::TSRMasterVolumePrimaryDevice(TSRMasterVolume* Owne
 TSRMasterVolumePrimaryDevice::~TSRMasterVolumePrimaryDevice() = default;
 
 bool TSRMasterVolumePrimaryDevice::Assign(const TWBPersistent& Source) {
-  if (!TSRMasterVolumeDevice::Assign(Source)) return false;
-  if (const auto* Other = dynamic_cast<const TSRMasterVolumePrimaryDevice*>(&Source); Other && Other != this)
-    FAlternativeDevices.Assign(Other->FAlternativeDevices);
+  const auto* Other = dynamic_cast<const TSRMasterVolumePrimaryDevice*>(&Source);
+  if (!Other) return TSRMasterVolumeDevice::Assign(Source);
+  if (Other == this) return true;
+  // Everything first, then one notification: a restart on a half-copied
+  // description would open (or report) what the copy does not describe.
+  CopyFrom(*Other);
+  FAlternativeDevices.CopyItems(Other->FAlternativeDevices);
+  Changed();
   return true;
 }
 
@@ -295,7 +307,7 @@ bool TSRMasterVolumePrimaryDevice::ShowDeviceSelctDialog() {
 
 TSRMasterVolume::TSRMasterVolume(TWBComponent* Owner)
     : TWBComponent(Owner),
-      FDevice(this, [this](TSRMasterVolumeDevice&) { DoDeviceChanged(); }),
+      FDevice(this, [this](TSRMasterVolumeDevice& Sender) { NotifyProp(Sender); }),
       FVolumePins(*this, GetLock(), TPWPinCategories{TPWPinCategory::pcReal}, true),
       FPeakPins(*this, GetLock(), TPWPinCategories{TPWPinCategory::pcReal}, true) {
   FTimer.SetInterval(FRefreshInterval);
@@ -521,12 +533,15 @@ void TSRMasterVolume::IntStop() {
 }
 
 void TSRMasterVolume::EnabledChanged() {
+  TWBComponent::EnabledChanged();
   if (IsDesigning() || IsLoading()) return;
   if (GetEnabled())
     TryStart();
   else
     IntStop();
 }
+
+void TSRMasterVolume::NotifyProp(TWBPersistent&) { DoDeviceChanged(); }
 
 void TSRMasterVolume::DoDeviceChanged() {
   if (IsDesigning() || IsLoading() || IsDestroying() || !GetEnabled()) return;

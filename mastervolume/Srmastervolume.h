@@ -69,6 +69,8 @@ class TSRMasterVolumeDevice : public TWBPersistent {
   bool CheckError(const std::string& Text, int32_t Result) const;
   Threading::ICriticalSection& GetLock() const;
   void Changed();
+  // Takes Name and DeviceID of Source without notifying; true when either changed.
+  bool CopyFrom(const TSRMasterVolumeDevice& Source);
 
  private:
   friend class TSRMasterVolumeDevices;  // copies items without a notification each
@@ -95,7 +97,10 @@ class TSRMasterVolumeDevices : public TWBPersistent {
   bool Assign(const TWBPersistent& Source) override;
 
  private:
+  friend class TSRMasterVolumePrimaryDevice;  // copies its alternatives with one notification for both
   void Changed();
+  // Replaces the items with copies of Source's, without notifying.
+  void CopyItems(const TSRMasterVolumeDevices& Source);
   TSRMasterVolume* FVolume;
   TChangeProc FOnChange;
   std::vector<std::unique_ptr<TSRMasterVolumeDevice>> FItems;
@@ -110,6 +115,8 @@ class TSRMasterVolumePrimaryDevice : public TSRMasterVolumeDevice {
 
   TSRMasterVolumeDevices& GetAlternativeDevices() { return FAlternativeDevices; }
   const TSRMasterVolumeDevices& GetAlternativeDevices() const { return FAlternativeDevices; }
+  // Copies Name, DeviceID and, from another primary description, the
+  // alternatives; the owner hears of it once, after all of it is copied.
   bool Assign(const TWBPersistent& Source) override;
 
   // [main thread] Creates the enumerator ("Create IMMDeviceEnumerator"), then
@@ -215,6 +222,8 @@ class TSRMasterVolume : public TWBComponent {
  protected:
   void EnabledChanged() override;
   void Loaded() override;
+  // Device (its name, identifier or an alternative) changed; Sender is Device.
+  void NotifyProp(TWBPersistent& Sender);
   // The device description changed: a running component restarts on it.
   void DoDeviceChanged();
   bool TryStart();

@@ -4,6 +4,7 @@
 // UpdatePins, except where the timer itself is under test.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <thread>
 #include <vector>
@@ -162,14 +163,32 @@ TEST_F(MasterVolume, OpensTheDefaultByNameByIdentifierOrAnAlternative) {
   EXPECT_EQ(Device.GetOpenedName(), "Speakers");
   EXPECT_EQ(Texts(true), std::vector<std::string>{"GetDefaultAudioEndpoint"});
 
-  // Another component given this device opens the same way.
+  // Another component given this device opens the same way, once, on the
+  // whole description.
   TSRMasterVolume Copy;
   Watch(Copy);
+  Reports.clear();
+  Script.Calls.clear();
   Copy.SetDevice(Device);
   EXPECT_EQ(Copy.GetDevice().GetName(), "speakers");
   ASSERT_EQ(Copy.GetDevice().GetAlternativeDevices().GetCount(), 3);
   EXPECT_EQ(Copy.GetDevice().GetAlternativeDevices().GetItem(1).GetName(), "Default");
   EXPECT_EQ(Copy.GetDevice().GetOpenedName(), "Speakers");
+  EXPECT_EQ(std::count(Script.Calls.begin(), Script.Calls.end(), "Create"), 1);
+  EXPECT_EQ(Texts(true), std::vector<std::string>{"GetDefaultAudioEndpoint"});
+
+  // An unhandled error while the copy opens leaves the copy whole.
+  TSRMasterVolume Source, Raising;
+  Watch(Source);
+  Source.SetEnabled(false);
+  Source.GetDevice().SetName("Default");
+  Source.GetDevice().GetAlternativeDevices().Add().SetName("Speakers");
+  Watch(Raising, true);
+  EXPECT_THROW(Raising.SetDevice(Source.GetDevice()), EWBException);
+  EXPECT_EQ(Raising.GetDevice().GetName(), "Default");
+  ASSERT_EQ(Raising.GetDevice().GetAlternativeDevices().GetCount(), 1);
+  EXPECT_EQ(Raising.GetDevice().GetAlternativeDevices().GetItem(0).GetName(), "Speakers");
+  EXPECT_FALSE(Raising.GetStarted());
 }
 
 TEST_F(MasterVolume, ReportsFailedCallsByNameAndRaisesUnhandledErrorsWithCodes) {
