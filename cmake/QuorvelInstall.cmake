@@ -7,17 +7,21 @@ include(CMakePackageConfigHelpers)
 
 # Installed archives carry the package's name, so that they cannot clash
 # with other libraries in a shared lib folder.
-foreach(lib platform frame vst2 asio asio_convert package)
+set(_qv_media_libs media)
+if(TARGET media_win32)
+  list(APPEND _qv_media_libs media_win32)
+endif()
+foreach(lib platform frame vst2 asio asio_convert ${_qv_media_libs} package)
   set_target_properties(${lib} PROPERTIES OUTPUT_NAME quorvel_${lib})
 endforeach()
 
-install(TARGETS platform frame vst2 asio asio_convert package quorvelpkg
+install(TARGETS platform frame vst2 asio asio_convert ${_qv_media_libs} package quorvelpkg
   EXPORT QuorvelTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS quorvel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-foreach(folder platform frame vst2 asio package)
+foreach(folder platform frame vst2 asio media package)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorvel/${folder}
           FILES_MATCHING PATTERN "*.h")
 endforeach()

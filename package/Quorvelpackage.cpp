@@ -3,6 +3,7 @@
 #include <iterator>
 
 #include "asio/Srasioaudiodevice.h"
+#include "media/Srrawlogger.h"
 #include "vst2/Srvsthost.h"
 
 namespace Quorvel::Package {
@@ -13,6 +14,7 @@ namespace {
 const TUnitInfo kUnits[] = {
     {"Srasioaudiodevice", "TSRASIOAudioDevice", &Srasioaudiodevice::RegisterPkg, &Srasioaudiodevice::UnregisterPkg},
     {"Srvsthost", "TSRVSTHost", &Srvsthost::RegisterPkg, &Srvsthost::UnregisterPkg},
+    {"Srrawlogger", "TSRRawLogger", &Srrawlogger::RegisterPkg, &Srrawlogger::UnregisterPkg},
     {"Srvsteffectintf", nullptr, nullptr, nullptr},
     {"Asiointerface", nullptr, nullptr, nullptr},
     {"Srasiodevice", nullptr, nullptr, nullptr},
