@@ -15,6 +15,8 @@ namespace Quorvel {
 struct TSRAcmCompressor::TImpl {
   HACMSTREAM Stream = nullptr;
   bool First = true;
+  DWORD DestBlockAlign = 0;
+  uint8_t Silence = 0;           // a byte of source silence (0x80 for 8-bit PCM)
   std::vector<uint8_t> Pending;  // source bytes short of a whole codec block
   std::vector<uint8_t> Work;     // the codec's output, grown to the largest block seen
 };
@@ -40,6 +42,8 @@ bool TSRAcmCompressor::OpenCompressor(const TWaveFormatEx& Source, const uint8_t
                               0, ACM_STREAMOPENF_NONREALTIME);
   if (FLastResult != MMSYSERR_NOERROR) return false;
   FImpl->Stream = Stream;
+  FImpl->DestBlockAlign = reinterpret_cast<const WAVEFORMATEX*>(Dest)->nBlockAlign;
+  FImpl->Silence = Src.wBitsPerSample == 8 ? 0x80 : 0;
   FImpl->First = true;
   FImpl->Pending.clear();
   FImpl->Pending.reserve(size_t(Src.nAvgBytesPerSec));  // a second of input before it grows
@@ -59,6 +63,13 @@ IWBDataBufferRef TSRAcmCompressor::CompressBuffer(const void* Data, size_t Size,
   TImpl& I = *FImpl;
   if (!I.Stream || (!Data && Size)) return nullptr;
   if (Size) I.Pending.insert(I.Pending.end(), static_cast<const uint8_t*>(Data), static_cast<const uint8_t*>(Data) + Size);
+  // The last call fills the codec's final block with silence, so that no
+  // sample is lost to a codec that converts whole blocks only.
+  DWORD SourceBlock = 0;
+  if (Last && !I.Pending.empty() && I.DestBlockAlign &&
+      acmStreamSize(I.Stream, I.DestBlockAlign, &SourceBlock, ACM_STREAMSIZEF_DESTINATION) == MMSYSERR_NOERROR &&
+      SourceBlock && I.Pending.size() % SourceBlock)
+    I.Pending.resize((I.Pending.size() / SourceBlock + 1) * SourceBlock, I.Silence);
   if (I.Pending.empty() || I.Pending.size() > 0xFFFFFFFFu) return TWBBlockBuffer::Create(0);
   DWORD OutSize = 0;
   FLastResult = acmStreamSize(I.Stream, DWORD(I.Pending.size()), &OutSize, ACM_STREAMSIZEF_SOURCE);
@@ -74,8 +85,7 @@ IWBDataBufferRef TSRAcmCompressor::CompressBuffer(const void* Data, size_t Size,
   Header.cbDstLength = OutSize;
   FLastResult = acmStreamPrepareHeader(I.Stream, &Header, 0);
   if (FLastResult != MMSYSERR_NOERROR) return nullptr;
-  // Whole blocks while the stream runs; the last call converts the rest.
-  DWORD Flags = Last ? ACM_STREAMCONVERTF_END : ACM_STREAMCONVERTF_BLOCKALIGN;
+  DWORD Flags = ACM_STREAMCONVERTF_BLOCKALIGN | (Last ? ACM_STREAMCONVERTF_END : 0);
   if (I.First) Flags |= ACM_STREAMCONVERTF_START;
   FLastResult = acmStreamConvert(I.Stream, &Header, Flags);
   const size_t Used = std::min<size_t>(Header.cbSrcLengthUsed, I.Pending.size());

@@ -152,14 +152,15 @@ TEST(Acm, RoundTripsThroughTheSystemCodecsKeepTheSignal) {
     double MinSnr;        // dB, a few below what was measured
     double MaxBytesRatio; // compressed bytes per PCM byte
   };
-  for (const TCase& C : {TCase{"IMA ADPCM", kTagImaAdpcm, 4, 20, 0.3}, TCase{"A-law", kTagALaw, 8, 30, 0.51},
-                         TCase{"mu-law", kTagMuLaw, 8, 30, 0.51}, TCase{"GSM 6.10", kTagGsm610, 0, 5, 0.12}}) {
+  for (const TCase& C : {TCase{"IMA ADPCM", kTagImaAdpcm, 4, 24, 0.3}, TCase{"A-law", kTagALaw, 8, 35, 0.51},
+                         TCase{"mu-law", kTagMuLaw, 8, 33, 0.51}, TCase{"GSM 6.10", kTagGsm610, 0, 28, 0.12}}) {
     SCOPED_TRACE(C.Name);
     const std::vector<uint8_t> Format = FindFormat(C.Tag, C.Bits);
     ASSERT_FALSE(Format.empty()) << "no 8 kHz mono format";
     for (size_t Block : {1000u, 4096u, 77u}) {
       const TRoundTrip R = RoundTrip(Format, Block);
-      ASSERT_GT(R.Out.size(), R.In.size() * 9 / 10) << "block " << Block;
+      // Every sample comes back: the last codec block is filled with silence.
+      ASSERT_GE(R.Out.size(), R.In.size()) << "block " << Block;
       const double Measured = Snr(R.In, R.Out);
       std::printf("%-10s block %4zu: %zu -> %zu bytes, %zu samples back, SNR %.1f dB\n", C.Name, Block,
                   R.In.size() * 2, R.CompressedBytes, R.Out.size(), Measured);
