@@ -4,6 +4,10 @@
 
 #include "asio/Srasioaudiodevice.h"
 #include "media/Srrawlogger.h"
+#ifdef _WIN32
+#include "media/Sraudiocompressor.h"
+#include "media/Sraudiodecompressor.h"
+#endif
 #include "vst2/Srvsthost.h"
 
 namespace Quorvel::Package {
@@ -15,6 +19,12 @@ const TUnitInfo kUnits[] = {
     {"Srasioaudiodevice", "TSRASIOAudioDevice", &Srasioaudiodevice::RegisterPkg, &Srasioaudiodevice::UnregisterPkg},
     {"Srvsthost", "TSRVSTHost", &Srvsthost::RegisterPkg, &Srvsthost::UnregisterPkg},
     {"Srrawlogger", "TSRRawLogger", &Srrawlogger::RegisterPkg, &Srrawlogger::UnregisterPkg},
+#ifdef _WIN32
+    // The ACM components exist only where there is an Audio Compression Manager.
+    {"Sraudiocompressor", "TSRAudioCompressor", &Sraudiocompressor::RegisterPkg, &Sraudiocompressor::UnregisterPkg},
+    {"Sraudiodecompressor", "TSRAudioDecompressor", &Sraudiodecompressor::RegisterPkg,
+     &Sraudiodecompressor::UnregisterPkg},
+#endif
     {"Srvsteffectintf", nullptr, nullptr, nullptr},
     {"Asiointerface", nullptr, nullptr, nullptr},
     {"Srasiodevice", nullptr, nullptr, nullptr},
