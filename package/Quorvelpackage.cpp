@@ -7,6 +7,7 @@
 #ifdef _WIN32
 #include "media/Sraudiocompressor.h"
 #include "media/Sraudiodecompressor.h"
+#include "media/Srdmoeffect.h"
 #endif
 #include "vst2/Srvsthost.h"
 
@@ -20,10 +21,11 @@ const TUnitInfo kUnits[] = {
     {"Srvsthost", "TSRVSTHost", &Srvsthost::RegisterPkg, &Srvsthost::UnregisterPkg},
     {"Srrawlogger", "TSRRawLogger", &Srrawlogger::RegisterPkg, &Srrawlogger::UnregisterPkg},
 #ifdef _WIN32
-    // The ACM components exist only where there is an Audio Compression Manager.
+    // The ACM and DMO components exist only where the system has them.
     {"Sraudiocompressor", "TSRAudioCompressor", &Sraudiocompressor::RegisterPkg, &Sraudiocompressor::UnregisterPkg},
     {"Sraudiodecompressor", "TSRAudioDecompressor", &Sraudiodecompressor::RegisterPkg,
      &Sraudiodecompressor::UnregisterPkg},
+    {"Srdmoeffect", "TSRDMOEffect", &Srdmoeffect::RegisterPkg, &Srdmoeffect::UnregisterPkg},
 #endif
     {"Srvsteffectintf", nullptr, nullptr, nullptr},
     {"Asiointerface", nullptr, nullptr, nullptr},
