@@ -33,6 +33,7 @@ void TSRCommonLogger::SinkDispatch(TPWBasicPin* SourcePin, TPWBasicPin* SinkPin,
   switch (ID) {
     case poidStartWave: {
       const auto& Start = static_cast<TPWStartWaveOperation&>(Operation);
+      CloseLog();
       FLogging = true;
       BeginAudio(&Start.GetFormat());
       break;

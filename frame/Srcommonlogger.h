@@ -36,9 +36,10 @@ class TSRCommonLogger : public TWBComponent {
   virtual void BeginAudio(const TSRWaveFormatExtensible* Format) {}
   // [stream thread] One buffer of the running stream; answers whether it was taken.
   virtual bool RenderAudio(ISRAudioBuffer& Buffer) { return true; }
-  // [stream thread] The stream stopped (also called when the logger is destroyed mid-stream).
+  // [stream thread] The stream stopped, or a new one starts over it.
   virtual void EndAudio() {}
-  // [holding the lock] Ends a running stream: EndAudio, once.
+  // Ends a running stream: EndAudio, once. A concrete logger's destructor
+  // calls it, so that a logger destroyed mid-stream closes its file.
   void CloseLog();
 
  private:
