@@ -53,7 +53,6 @@ class TSRAudioDecompressor : public TWBComponent {
   TSRAudioCompressionItems FDecompressions;
   TSRAudioFormatBasic FAudioFormat;
   std::unique_ptr<TImpl> FImpl;
-  bool FStarted = false;
 };
 
 namespace Sraudiodecompressor {

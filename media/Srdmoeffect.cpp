@@ -390,7 +390,10 @@ bool TSRDMOMediaType::SetTypeIndex(int32_t Index) {
     TMediaType Type;
     if (GetType(Dmo, FSide, DWORD(Index), Type) != S_OK) return;
     FTypeIndex = Index;
-    if (const WAVEFORMATEX* W = Type.Wave()) Selected(W->nChannels, W->nSamplesPerSec, W->wBitsPerSample);
+    if (const WAVEFORMATEX* W = Type.Wave())
+      Selected(W->nChannels, W->nSamplesPerSec, W->wBitsPerSample);
+    else
+      FKnown = false;  // a type without a wave format has no channels, rate or bits
     Done = true;
   });
   return Done;

@@ -281,6 +281,7 @@ TEST_F(DmoEffectTest, DmosThatCannotRunPassNothingUntilTheNextStart) {
   // A type index that is not a wave format cannot be set either.
   Effect.SetDmoName(QVTESTDMO_NAME);
   ASSERT_TRUE(Effect.GetInputMediaType().SetTypeIndex(1));
+  EXPECT_FALSE(Effect.GetInputMediaType().GetFormatKnown());
   Effect.GetInputMediaType().SetAutoSelect(false);
   Warnings.clear();
   Source.Run(48000, 2, {100});

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "../support/Scratchfolder.h"
+#include "../support/Alloccounter.h"
 #include "../support/Testcomponents.h"
 #include "frame/Wbexception.h"
 #include "frame/Wbpersistence.h"
@@ -90,6 +91,17 @@ TEST_F(RawLoggerTest, WritesTheBareBytesOfEveryBufferAndNothingElse) {
   // Buffers outside a stream are refused and write nothing.
   Source.SendRamp(1, 10);
   EXPECT_EQ(ReadAll(PathOf("take.raw")).size(), Expected.size());
+
+  // Once a stream runs, writing a buffer allocates nothing.
+  TFillSource Steady;
+  ASSERT_TRUE(Steady.Output.Connect(Logger.GetInputPin()));
+  Steady.Start();
+  Steady.Send(1, 512);
+  const uint64_t Before = Testing::HeapAllocationCount();
+  for (uint8_t I = 2; I < 50; ++I) Steady.Send(I, 512);
+  EXPECT_EQ(Testing::HeapAllocationCount(), Before);
+  Steady.Stop();
+  EXPECT_EQ(ReadAll(PathOf("take.raw")).size(), 49u * 512 * 4);
 }
 
 TEST_F(RawLoggerTest, EachStreamEmptiesTheFileAndADisabledOrUnnamedLoggerWritesNothing) {
