@@ -233,6 +233,19 @@ TEST_F(DmoEffectTest, ProcessesTheStreamThroughTheDmoWithItsParameters) {
   EXPECT_EQ(std::memcmp(S.LastTimeFormat, &Format, 16), 0);
   EXPECT_EQ(S.LastTimeUnit, 1000u);
 
+  // An effect destroyed while its stream runs releases the DMO.
+  {
+    TSRDMOEffect Running;
+    Running.SetDmoName(QVTESTDMO_NAME);
+    TFrameSource Other;
+    ASSERT_TRUE(Other.Output.Connect(Running.GetInputPin()));
+    Threading::TLockGuard G(Other.GetLock());
+    Other.Output.SendStartWave(MakeWaveFormat(48000, 2, 16));
+    EXPECT_TRUE(Running.IsProcessing());
+    EXPECT_EQ(State().Objects, 1u);
+  }
+  EXPECT_EQ(State().Objects, 0u);
+
   // A fixed output type: mono at 48 kHz takes the left channel.
   Effect.GetParameters().Clear();
   ASSERT_TRUE(Effect.GetOutputMediaType().SetTypeIndex(3));
