@@ -3,9 +3,13 @@
 #include <iterator>
 
 #include "asio/Srasioaudiodevice.h"
+#include "media/Srrawlogger.h"
 #include "vst2/Srvsthost.h"
 #if QUORVEL_WINDOWS_UNITS
 #include "mastervolume/Srmastervolume.h"
+#include "media/Sraudiocompressor.h"
+#include "media/Sraudiodecompressor.h"
+#include "media/Srdmoeffect.h"
 #endif
 
 namespace Quorvel::Package {
@@ -16,8 +20,14 @@ namespace {
 const TUnitInfo kUnits[] = {
     {"Srasioaudiodevice", "TSRASIOAudioDevice", &Srasioaudiodevice::RegisterPkg, &Srasioaudiodevice::UnregisterPkg},
     {"Srvsthost", "TSRVSTHost", &Srvsthost::RegisterPkg, &Srvsthost::UnregisterPkg},
+    {"Srrawlogger", "TSRRawLogger", &Srrawlogger::RegisterPkg, &Srrawlogger::UnregisterPkg},
 #if QUORVEL_WINDOWS_UNITS
+    // The units over Windows-only system services exist only where the system has them.
     {"Srmastervolume", "TSRMasterVolume", &Srmastervolume::RegisterPkg, &Srmastervolume::UnregisterPkg},
+    {"Sraudiocompressor", "TSRAudioCompressor", &Sraudiocompressor::RegisterPkg, &Sraudiocompressor::UnregisterPkg},
+    {"Sraudiodecompressor", "TSRAudioDecompressor", &Sraudiodecompressor::RegisterPkg,
+     &Sraudiodecompressor::UnregisterPkg},
+    {"Srdmoeffect", "TSRDMOEffect", &Srdmoeffect::RegisterPkg, &Srdmoeffect::UnregisterPkg},
 #endif
     {"Srvsteffectintf", nullptr, nullptr, nullptr},
     {"Asiointerface", nullptr, nullptr, nullptr},
