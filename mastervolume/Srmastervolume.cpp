@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cmath>
 
+#include "frame/Threading.h"
 #include "frame/Wbpersistence.h"
 #include "frame/Wbregistration.h"
 #include "platform/Kbdevicelistform.h"
@@ -309,14 +310,18 @@ TSRMasterVolume::TSRMasterVolume(TWBComponent* Owner)
     : TWBComponent(Owner),
       FDevice(this, [this](TSRMasterVolumeDevice& Sender) { NotifyProp(Sender); }),
       FVolumePins(*this, GetLock(), TPWPinCategories{TPWPinCategory::pcReal}, true),
-      FPeakPins(*this, GetLock(), TPWPinCategories{TPWPinCategory::pcReal}, true) {
+      FPeakPins(*this, GetLock(), TPWPinCategories{TPWPinCategory::pcReal}, true),
+      FPendingLevels(new std::atomic<double>[MaxNumChannels]) {
+  for (uint32_t I = 0; I < MaxNumChannels; ++I) FPendingLevels[I].store(std::nan(""), std::memory_order_relaxed);
   FTimer.SetInterval(FRefreshInterval);
   FTimer.OnTimer = [this](TWBTimer&) { UpdatePins(); };
   FVolumePins.OnCreatePin = [this](TPWPinList&, size_t Index) -> TPWBasicPin* {
     const double Level = FNumChannels == 1 ? GetVolume() : ReadChannelVolume(static_cast<uint32_t>(Index));
     auto* Pin = new TPWRealRangedStatePin(*this, "Volume" + std::to_string(Index + 1), 0.0, 1.0,
                                           std::isfinite(Level) ? Level : 0.0);
-    Pin->OnValueChanged = [this](TPWRealPinBase& P, double Value) { VolumePinWritten(P, Value); };
+    Pin->OnValueChanged = [this, Index](TPWRealPinBase&, double Value) {
+      VolumePinWritten(static_cast<uint32_t>(Index), Value);
+    };
     return Pin;
   };
   FPeakPins.OnCreatePin = [this](TPWPinList&, size_t Index) -> TPWBasicPin* {
@@ -411,14 +416,40 @@ void TSRMasterVolume::SetChannelVolume(uint32_t Index, double Level) {
                FRun.EndpointVolume->SetChannelVolumeLevelScalar(Index, static_cast<float>(Level), nullptr));
 }
 
-void TSRMasterVolume::VolumePinWritten(TPWRealPinBase& Pin, double Level) {
+void TSRMasterVolume::VolumePinWritten(uint32_t Index, double Level) {
+  if (Index >= MaxNumChannels || std::isnan(Level)) return;
+  if (!Threading::IsMainThread()) {
+    FPendingLevels[Index].store(Level, std::memory_order_relaxed);
+    FLevelsPending.store(true, std::memory_order_release);
+    return;
+  }
   TLockGuard G(GetLock());
-  const int Index = FVolumePins.IndexOf(&Pin);
-  if (Index < 0 || !FRun.Started) return;
+  if (!FRun.Started || Index >= FVolumePins.Count()) return;
   if (FNumChannels == 1)
     SetVolume(Level);
   else
-    SetChannelVolume(static_cast<uint32_t>(Index), Level);
+    SetChannelVolume(Index, Level);
+}
+
+// Levels written while stopped, or for the endpoint that is let go, are not
+// kept for the next start.
+void TSRMasterVolume::DropPendingLevels() {
+  FLevelsPending.store(false);
+  for (uint32_t I = 0; I < MaxNumChannels; ++I) FPendingLevels[I].store(std::nan(""), std::memory_order_relaxed);
+}
+
+// Sets the levels written off the main thread since the last tick; a slot
+// written twice meanwhile sets only the later level.
+void TSRMasterVolume::ApplyPendingLevels() {
+  if (!FLevelsPending.exchange(false, std::memory_order_acquire)) return;
+  for (uint32_t I = 0; I < MaxNumChannels; ++I) {
+    const double Level = FPendingLevels[I].exchange(std::nan(""), std::memory_order_relaxed);
+    if (std::isnan(Level) || I >= FVolumePins.Count()) continue;
+    if (FNumChannels == 1)
+      SetVolume(Level);
+    else
+      SetChannelVolume(I, Level);
+  }
 }
 
 void TSRMasterVolume::UpdateChannelCount() {
@@ -457,6 +488,7 @@ constexpr uint32_t kMaxMeteringChannels = 4096;
 void TSRMasterVolume::UpdatePins() {
   TLockGuard G(GetLock());
   if (!FRun.Started) return;
+  ApplyPendingLevels();
   IAudioEndpointVolume* Volume = FRun.EndpointVolume.Get();
   IAudioMeterInformation* Meter = FRun.Meter.Get();
   uint32_t ChannelCount = 0, MeterCount = 0;
@@ -499,6 +531,7 @@ bool TSRMasterVolume::TryStart() {
   TLockGuard G(GetLock());
   if (FRun.Started) return true;
   if (!GetEnabled() || IsDesigning() || IsLoading() || IsDestroying()) return false;
+  DropPendingLevels();
   try {
     if (!FDevice.TryOpen()) return false;
     const TComPtr<IMMDevice> Device = FDevice.GetMMDevice();
@@ -526,6 +559,7 @@ bool TSRMasterVolume::TryStart() {
 void TSRMasterVolume::IntStop() {
   TLockGuard G(GetLock());
   FTimer.SetEnabled(false);
+  DropPendingLevels();
   FRun.EndpointVolume.Reset();
   FRun.Meter.Reset();
   FRun.Started = false;

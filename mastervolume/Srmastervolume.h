@@ -4,11 +4,13 @@
 // a level written to a volume pin sets the endpoint's level.
 //
 // Threads: everything belongs to the main thread, the timer's ticks
-// included. A level that a connected pin writes into a volume pin is passed
-// to the endpoint on the writer's thread, under the component's lock (the
-// endpoint's objects are free-threaded).
+// included. A level that a connected pin writes into a volume pin on another
+// thread is kept in a lock-free slot and set at the next tick, on the main
+// thread, so that such a writer (an audio thread, say) never waits for the
+// endpoint nor runs the warning handlers.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -237,7 +239,9 @@ class TSRMasterVolume : public TWBComponent {
     Mmdeviceapi::TComPtr<Mmdeviceapi::IAudioMeterInformation> Meter;
     std::vector<float> Peaks;  // GetChannelsPeakValues' buffer, kept between ticks
   };
-  void VolumePinWritten(TPWRealPinBase& Pin, double Level);
+  void VolumePinWritten(uint32_t Index, double Level);
+  void ApplyPendingLevels();
+  void DropPendingLevels();
   double ReadChannelVolume(uint32_t Index);
 
   TSRMasterVolumePrimaryDevice FDevice;
@@ -247,6 +251,10 @@ class TSRMasterVolume : public TWBComponent {
   TWBTimer FTimer;
   TPWPinList FVolumePins;
   TPWPinList FPeakPins;
+  // Levels written into volume pins off the main thread, one slot per pin
+  // (NaN: none), and whether any slot holds one.
+  std::unique_ptr<std::atomic<double>[]> FPendingLevels;
+  std::atomic<bool> FLevelsPending{false};
 };
 
 // The unit's registration entry: hands TSRMasterVolume to the component catalogue.

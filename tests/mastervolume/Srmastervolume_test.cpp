@@ -385,10 +385,24 @@ TEST_F(MasterVolume, WrittenLevelsSetTheEndpointAndIndicesPastTheChannelsDoNothi
   EXPECT_FLOAT_EQ(Headset->Master, 0.6f);
   Volume.SetVolume(0.2);
   EXPECT_DOUBLE_EQ(Volume.GetVolume(), 0.2f);
-  // A level written on another thread reaches the endpoint there, under the component's lock.
-  std::thread([&] { Peer.Pins[0]->SetValue(0.35); }).join();
+  // A level written on another thread waits for the next tick and is set
+  // there, on the main thread; of two such writes the later one counts.
+  const size_t SetsBefore = Headset->CountCalls("SetMasterVolumeLevelScalar");
+  std::thread([&] {
+    Peer.Pins[0]->SetValue(0.45);
+    Peer.Pins[0]->SetValue(0.35);
+  }).join();
+  EXPECT_FLOAT_EQ(Headset->Master, 0.2f);
+  Volume.UpdatePins();
   EXPECT_FLOAT_EQ(Headset->Master, 0.35f);
-  EXPECT_NE(Headset->CallThreads.back(), std::this_thread::get_id());
+  EXPECT_EQ(Headset->CountCalls("SetMasterVolumeLevelScalar"), SetsBefore + 1);
+  EXPECT_EQ(Headset->CallThreads.back(), std::this_thread::get_id());
+  // A write made while the component is stopped is dropped, not set at the next start.
+  Volume.SetEnabled(false);
+  std::thread([&] { Peer.Pins[0]->SetValue(0.55); }).join();
+  Volume.SetEnabled(true);
+  Volume.UpdatePins();
+  EXPECT_NE(Headset->Master, 0.55f);
   Volume.SetVolume(0.2);
 
   // The endpoint's refusals are warnings under the call's name.
