@@ -423,8 +423,9 @@ bool TSRDMOMediaType::ShowDialog() {
     FAutoSelect = true;
   } else {
     // Deliberately the position in the list of wave-format types, used as
-    // the DMO's own type index: kept as the component always did.
-    FTypeIndex = int32_t(Chosen - 1);
+    // the DMO's own type index: kept as the component always did. Set
+    // through SetTypeIndex, so the kept format is that of the type used.
+    SetTypeIndex(int32_t(Chosen - 1));
     FAutoSelect = false;
   }
   return true;
