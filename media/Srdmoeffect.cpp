@@ -589,6 +589,9 @@ void TSRDMOEffect::AudioStreamStart(TPWStartWaveOperation& Operation) {
     Warning("Can't start DMO " + FDmoName, -1);
   }
   TSRCommonFilter::AudioStreamStart(Operation);
+  // A format the frame refuses starts no stream, and no stop will come to
+  // release the DMO: release it now.
+  if (!IsStreaming()) F.ReleaseObjects();
 }
 
 void TSRDMOEffect::StreamStop() {

@@ -296,6 +296,11 @@ TEST_F(DmoEffectTest, DmosThatCannotRunPassNothingUntilTheNextStart) {
     for (TPWOperationID ID : Out.IDs) EXPECT_NE(ID, poidSuppliedBuffer);
     EXPECT_EQ(State().Objects, 0u) << "its objects were released";
   }
+  // A stream format the frame refuses (no channels) holds no DMO either.
+  Effect.SetDmoName(QVTESTDMO_NAME);
+  Source.Run(48000, 0, {});
+  EXPECT_FALSE(Effect.IsProcessing());
+  EXPECT_EQ(State().Objects, 0u);
   // A type index that is not a wave format cannot be set either.
   Effect.SetDmoName(QVTESTDMO_NAME);
   ASSERT_TRUE(Effect.GetInputMediaType().SetTypeIndex(1));
