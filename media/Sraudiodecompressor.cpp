@@ -21,6 +21,10 @@ struct TSRAudioDecompressor::TImpl {
   HACMSTREAM Storage = nullptr;
   bool FirstBlock = true;
   WAVEFORMATEX Output{};
+  // The component's format as the stream started: the buffers it makes
+  // keep this shape even if AudioFormat changes while the stream runs.
+  double Rate = 0;
+  uint32_t ChannelMask = 0;
   std::vector<uint8_t> Work;     // the codec's output
   std::vector<uint8_t> Pending;  // source bytes the codec left for the next block
 };
@@ -92,6 +96,8 @@ void TSRAudioDecompressor::BeginAudio(double Rate) {
   if (!I.Handle) I.Handle = &I.Storage;
   const TSRWaveFormatExtensible Wanted = FAudioFormat.GetWaveFormat();
   std::memcpy(&I.Output, &Wanted.Format, sizeof I.Output);
+  I.Rate = FAudioFormat.GetSampleRate();
+  I.ChannelMask = FAudioFormat.GetChannelMask();
   I.Output.wFormatTag = WAVE_FORMAT_PCM;
   I.Output.cbSize = 0;
   for (size_t N = 0; N < FDecompressions.Count(); ++N) {
@@ -150,11 +156,9 @@ void TSRAudioDecompressor::RenderAudio(IWBDataBuffer& Block, bool Last) {
   const size_t Used = std::min<size_t>(Header.cbSrcLengthUsed, SourceSize);
   const size_t Produced = std::min<size_t>(Header.cbDstLengthUsed, I.Work.size());
   if (Result == MMSYSERR_NOERROR && Produced / Align > 0) {
-    const TSRWaveFormatExtensible F = FAudioFormat.GetWaveFormat();
-    const uint32_t Mask = FAudioFormat.GetChannelMask();
-    auto Out = TSRAudioBuffer::Create(F.Format.nChannels, Produced / Align, F.Format.wBitsPerSample,
-                                      FAudioFormat.GetSampleRate(),
-                                      Mask ? TSRSpeakers::FromMask(Mask) : DefaultSpeakers(F.Format.nChannels));
+    auto Out = TSRAudioBuffer::Create(I.Output.nChannels, Produced / Align, I.Output.wBitsPerSample, I.Rate,
+                                      I.ChannelMask ? TSRSpeakers::FromMask(I.ChannelMask)
+                                                    : DefaultSpeakers(I.Output.nChannels));
     std::memcpy(Out->GetData(), I.Work.data(), Out->GetSize());
     SendData(*Out);
   }

@@ -423,8 +423,9 @@ bool TSRDMOMediaType::ShowDialog() {
     FAutoSelect = true;
   } else {
     // Deliberately the position in the list of wave-format types, used as
-    // the DMO's own type index: kept as the component always did.
-    FTypeIndex = int32_t(Chosen - 1);
+    // the DMO's own type index: kept as the component always did. Set
+    // through SetTypeIndex, so the kept format is that of the type used.
+    SetTypeIndex(int32_t(Chosen - 1));
     FAutoSelect = false;
   }
   return true;
@@ -588,6 +589,9 @@ void TSRDMOEffect::AudioStreamStart(TPWStartWaveOperation& Operation) {
     Warning("Can't start DMO " + FDmoName, -1);
   }
   TSRCommonFilter::AudioStreamStart(Operation);
+  // A format the frame refuses starts no stream, and no stop will come to
+  // release the DMO: release it now.
+  if (!IsStreaming()) F.ReleaseObjects();
 }
 
 void TSRDMOEffect::StreamStop() {

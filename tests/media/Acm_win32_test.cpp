@@ -9,6 +9,8 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <set>
+#include <utility>
 #include <vector>
 
 #include "../support/Scratchfolder.h"
@@ -71,7 +73,10 @@ class TRecorder : public TWBComponent {
     if (ID == poidSuppliedBuffer) {
       const IWBDataBuffer* B = static_cast<TPWSuppliedBufferOperation&>(Operation).GetBuffer();
       Bytes.insert(Bytes.end(), B->GetData(), B->GetData() + B->GetSize());
-      AudioBuffers += const_cast<IWBDataBuffer*>(B)->AsAudioBuffer() != nullptr;
+      if (const ISRAudioBuffer* A = const_cast<IWBDataBuffer*>(B)->AsAudioBuffer()) {
+        ++AudioBuffers;
+        Shapes.insert({A->GetChannels(), A->GetBits()});
+      }
     }
     if (ID == TSRStartAudioCompressionOperation::ID) {
       const auto& Start = static_cast<TSRStartAudioCompressionOperation&>(Operation);
@@ -89,6 +94,7 @@ class TRecorder : public TWBComponent {
   std::vector<TPWOperationID> IDs;
   std::vector<uint8_t> Bytes, DestFormat;
   size_t AudioBuffers = 0;
+  std::set<std::pair<unsigned, unsigned>> Shapes;  // channels and bits of the audio buffers
   double Rate = 0;
 };
 
@@ -269,13 +275,18 @@ class TBlockSource : public TWBComponent {
   void Run(const std::vector<uint8_t>& Bytes, size_t Block) {
     Threading::TLockGuard G(GetLock());
     Output.SendStartSampleRate(8000);
-    for (size_t At = 0; At < Bytes.size(); At += Block) {
-      const size_t N = std::min(Block, Bytes.size() - At);
+    Send(Bytes, 0, Bytes.size(), Block);
+    Output.SendStop();
+  }
+  // Bytes [From, To) in blocks of Block bytes.
+  void Send(const std::vector<uint8_t>& Bytes, size_t From, size_t To, size_t Block) {
+    Threading::TLockGuard G(GetLock());
+    for (size_t At = From; At < To; At += Block) {
+      const size_t N = std::min(Block, To - At);
       auto B = TWBBlockBuffer::Create(N);
       std::memcpy(B->GetData(), Bytes.data() + At, N);
       Output.SubmitBuffer(B);
     }
-    Output.SendStop();
   }
   TSRPWAudioSourcePin Output;
 };
@@ -306,6 +317,32 @@ TEST(Acm, DecodesMsAdpcmBlocksInAnySlicing) {
     ASSERT_TRUE(Decompressor.GetOutputPin().Connect(Out.Input));
     Source.Run(Blocks.Bytes, Slice);
     EXPECT_EQ(Out.IDs.front(), poidStartWave);
+    EXPECT_EQ(Out.Samples(), Blocks.Decoded);
+  }
+
+  // AudioFormat changed while a stream runs: the stream keeps the shape it
+  // started with (the codec was opened for that one).
+  {
+    TBlockSource Source;
+    TSRAudioDecompressor Decompressor;
+    TRecorder Out;
+    Decompressor.GetDecompressions().Add()->SetFormat(Format);
+    Decompressor.GetAudioFormat().SetSampleRate(8000);
+    Decompressor.GetAudioFormat().SetCountChannels(1);
+    Decompressor.GetAudioFormat().SetBits(16);
+    ASSERT_TRUE(Source.Output.Connect(Decompressor.GetInputPin()));
+    ASSERT_TRUE(Decompressor.GetOutputPin().Connect(Out.Input));
+    const size_t Half = Blocks.Bytes.size() / 2;
+    {
+      Threading::TLockGuard G(Source.GetLock());
+      Source.Output.SendStartSampleRate(8000);
+      Source.Send(Blocks.Bytes, 0, Half, Wave->nBlockAlign);
+      Decompressor.GetAudioFormat().SetCountChannels(2);
+      Decompressor.GetAudioFormat().SetBits(32);
+      Source.Send(Blocks.Bytes, Half, Blocks.Bytes.size(), Wave->nBlockAlign);
+      Source.Output.SendStop();
+    }
+    EXPECT_EQ(Out.Shapes, (std::set<std::pair<unsigned, unsigned>>{{1u, 16u}}));
     EXPECT_EQ(Out.Samples(), Blocks.Decoded);
   }
 

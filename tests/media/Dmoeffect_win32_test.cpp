@@ -177,6 +177,7 @@ TEST_F(DmoEffectTest, MediaTypesAreListedIndexedAdjustedAndChosenInTheDialog) {
     return Pick;
   });
   ASSERT_TRUE(Input.GetAutoSelect());
+  ASSERT_TRUE(Input.SetTypeIndex(0));
   Pick = 3;
   EXPECT_TRUE(Input.ShowDialog());
   EXPECT_EQ(Caption, "Select Audio Format");
@@ -186,6 +187,10 @@ TEST_F(DmoEffectTest, MediaTypesAreListedIndexedAdjustedAndChosenInTheDialog) {
   EXPECT_EQ(Shown, 0);
   EXPECT_FALSE(Input.GetAutoSelect());
   EXPECT_EQ(Input.GetTypeIndex(), 2) << "the list position, used as the DMO's index";
+  // The kept format is that of the DMO's type 2 (48 kHz stereo), not of the
+  // listed entry picked (48 kHz mono).
+  EXPECT_EQ(Input.GetSampleRate(), 48000u);
+  EXPECT_EQ(Input.GetChannels(), 2);
   Pick = 0;
   EXPECT_TRUE(Input.ShowDialog());
   EXPECT_EQ(Shown, 3);
@@ -291,6 +296,11 @@ TEST_F(DmoEffectTest, DmosThatCannotRunPassNothingUntilTheNextStart) {
     for (TPWOperationID ID : Out.IDs) EXPECT_NE(ID, poidSuppliedBuffer);
     EXPECT_EQ(State().Objects, 0u) << "its objects were released";
   }
+  // A stream format the frame refuses (no channels) holds no DMO either.
+  Effect.SetDmoName(QVTESTDMO_NAME);
+  Source.Run(48000, 0, {});
+  EXPECT_FALSE(Effect.IsProcessing());
+  EXPECT_EQ(State().Objects, 0u);
   // A type index that is not a wave format cannot be set either.
   Effect.SetDmoName(QVTESTDMO_NAME);
   ASSERT_TRUE(Effect.GetInputMediaType().SetTypeIndex(1));
