@@ -7,17 +7,17 @@ include(CMakePackageConfigHelpers)
 
 # Installed archives carry the package's name, so that they cannot clash
 # with other libraries in a shared lib folder.
-foreach(lib platform frame vst2 asio asio_convert package)
+foreach(lib platform frame vst2 vst3 asio asio_convert package)
   set_target_properties(${lib} PROPERTIES OUTPUT_NAME quorvel_${lib})
 endforeach()
 
-install(TARGETS platform frame vst2 asio asio_convert package quorvelpkg
+install(TARGETS platform frame vst2 vst3 asio asio_convert package quorvelpkg
   EXPORT QuorvelTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS quorvel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-foreach(folder platform frame vst2 asio package)
+foreach(folder platform frame vst2 vst3 asio package)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorvel/${folder}
           FILES_MATCHING PATTERN "*.h")
 endforeach()
