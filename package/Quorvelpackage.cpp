@@ -4,6 +4,7 @@
 
 #include "asio/Srasioaudiodevice.h"
 #include "vst2/Srvsthost.h"
+#include "vst3/Srvst3host.h"
 
 namespace Quorvel::Package {
 namespace {
@@ -13,7 +14,9 @@ namespace {
 const TUnitInfo kUnits[] = {
     {"Srasioaudiodevice", "TSRASIOAudioDevice", &Srasioaudiodevice::RegisterPkg, &Srasioaudiodevice::UnregisterPkg},
     {"Srvsthost", "TSRVSTHost", &Srvsthost::RegisterPkg, &Srvsthost::UnregisterPkg},
+    {"Srvst3host", "TSRVST3Host", &Srvst3host::RegisterPkg, &Srvst3host::UnregisterPkg},
     {"Srvsteffectintf", nullptr, nullptr, nullptr},
+    {"Vst3hostintf", nullptr, nullptr, nullptr},
     {"Asiointerface", nullptr, nullptr, nullptr},
     {"Srasiodevice", nullptr, nullptr, nullptr},
     {"Srasiocallbackentries", nullptr, nullptr, nullptr},

@@ -10,6 +10,8 @@
 
 namespace Quorvel::Vst3hostobjects {
 
+using namespace Vst3hostintf;
+
 namespace {
 
 constexpr TResult kOk = ModuleResult(Platform::kVst3ResultOk);

@@ -27,7 +27,27 @@ class TSRVST3Host;
 
 namespace Vst3hostobjects {
 
-using namespace Vst3hostintf;
+// The declarations these objects use, by name (the VST 2 declarations of
+// the package have records of the same names).
+using Vst3hostintf::char16;
+using Vst3hostintf::IAttributeList;
+using Vst3hostintf::IBStream;
+using Vst3hostintf::IComponentHandler;
+using Vst3hostintf::IEventList;
+using Vst3hostintf::IFUnknown;
+using Vst3hostintf::IHostApplication;
+using Vst3hostintf::IID_IFUnknown;
+using Vst3hostintf::IMessage;
+using Vst3hostintf::IParameterChanges;
+using Vst3hostintf::IParamValueQueue;
+using Vst3hostintf::IUnitHandler;
+using Vst3hostintf::TFIDString;
+using Vst3hostintf::TParamID;
+using Vst3hostintf::TParamValue;
+using Vst3hostintf::TProgramListID;
+using Vst3hostintf::TResult;
+using Vst3hostintf::TUnitID;
+using Vst3hostintf::TVstEvent;
 
 // A result as the module expects it.
 constexpr TResult ModuleResult(int32_t WindowsValue) { return Platform::Vst3ResultToModule(WindowsValue); }
