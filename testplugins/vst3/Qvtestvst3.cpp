@@ -15,6 +15,7 @@
 #include <cstring>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "testplugins/vst3/Qvtestvst3.h"
@@ -41,6 +42,9 @@ constexpr TResult kNotImplemented = Platform::Vst3ResultToModule(Platform::kVst3
 
 std::mutex GLock;
 std::vector<std::string> GCalls;
+// For each call, the thread it came on: 0 for the first thread seen, 1 for the next, ...
+std::vector<int32_t> GCallThreads;
+std::vector<std::thread::id> GThreads;
 std::vector<std::string> GFailSteps;
 int32_t GFailResult = Platform::kVst3InternalError;
 std::atomic<int32_t> GLive{0};
@@ -49,6 +53,11 @@ std::atomic<int32_t> GHostReferences{0};
 void Record(const std::string& Line) {
   std::lock_guard<std::mutex> G(GLock);
   GCalls.push_back(Line);
+  const std::thread::id Self = std::this_thread::get_id();
+  size_t T = 0;
+  while (T < GThreads.size() && GThreads[T] != Self) ++T;
+  if (T == GThreads.size()) GThreads.push_back(Self);
+  GCallThreads.push_back(static_cast<int32_t>(T));
 }
 
 bool Fails(const char* Step) {
@@ -545,6 +554,8 @@ QV_EXPORT IPluginFactory* GetPluginFactory() {
 QV_EXPORT void QvTest3Reset() {
   std::lock_guard<std::mutex> G(GLock);
   GCalls.clear();
+  GCallThreads.clear();
+  GThreads.clear();
   GFailSteps.clear();
   GFailResult = Platform::kVst3InternalError;
 }
@@ -561,6 +572,12 @@ QV_EXPORT int32_t QvTest3GetCalls(char* Buffer, int32_t Size) {
     Buffer[N] = 0;
   }
   return static_cast<int32_t>(All.size());
+}
+
+QV_EXPORT int32_t QvTest3GetCallThreads(int32_t* Buffer, int32_t Size) {
+  std::lock_guard<std::mutex> G(GLock);
+  for (int32_t I = 0; Buffer && I < Size && size_t(I) < GCallThreads.size(); ++I) Buffer[I] = GCallThreads[size_t(I)];
+  return static_cast<int32_t>(GCallThreads.size());
 }
 
 QV_EXPORT int32_t QvTest3LiveObjects() { return GLive.load(); }

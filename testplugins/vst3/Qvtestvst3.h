@@ -1,7 +1,8 @@
 // What the VST 3 test modules share with the tests that load them: their
 // classes, their fixed answers, and the C functions they export beside the
 // module entry points to read the record of calls, turn knobs and count
-// their live objects.
+// their live objects. Each call is recorded with its arguments and the
+// thread it came on.
 //
 // A test reaches these functions by loading the module's library a second
 // time with the platform loader while a host holds it. The record lives in
@@ -60,11 +61,15 @@ using TResetFunc = void (*)();
 using TSetOptionsFunc = void (*)(const char* Options);
 // Copies the record (one call a line) into Buffer; answers its full length.
 using TGetCallsFunc = int32_t (*)(char* Buffer, int32_t Size);
+// Copies, for each recorded call, the thread it came on (0 the first thread
+// seen since the last reset, 1 the next, ...); answers the number of calls.
+using TGetCallThreadsFunc = int32_t (*)(int32_t* Buffer, int32_t Size);
 // Plug-in objects alive (factory included) and references held on host objects.
 using TCountFunc = int32_t (*)();
 constexpr const char* kResetName = "QvTest3Reset";
 constexpr const char* kSetOptionsName = "QvTest3SetOptions";
 constexpr const char* kGetCallsName = "QvTest3GetCalls";
+constexpr const char* kGetCallThreadsName = "QvTest3GetCallThreads";
 constexpr const char* kLiveObjectsName = "QvTest3LiveObjects";
 constexpr const char* kHostReferencesName = "QvTest3HostReferences";
 

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -32,6 +33,7 @@ class TModuleProbe {
     FReset = Get<T3::TResetFunc>(T3::kResetName);
     FOptions = Get<T3::TSetOptionsFunc>(T3::kSetOptionsName);
     FCalls = Get<T3::TGetCallsFunc>(T3::kGetCallsName);
+    FThreads = Get<T3::TGetCallThreadsFunc>(T3::kGetCallThreadsName);
     FLive = Get<T3::TCountFunc>(T3::kLiveObjectsName);
     FHostRefs = Get<T3::TCountFunc>(T3::kHostReferencesName);
     Reset();
@@ -54,6 +56,12 @@ class TModuleProbe {
     for (const auto& C : Calls()) N += C == Call;
     return N;
   }
+  // The thread of each recorded call, numbered in order of appearance.
+  std::vector<int32_t> CallThreads() const {
+    std::vector<int32_t> T(size_t(FThreads(nullptr, 0)));
+    FThreads(T.data(), static_cast<int32_t>(T.size()));
+    return T;
+  }
   int32_t LiveObjects() const { return FLive(); }
   int32_t HostReferences() const { return FHostRefs(); }
 
@@ -69,6 +77,7 @@ class TModuleProbe {
   T3::TResetFunc FReset = nullptr;
   T3::TSetOptionsFunc FOptions = nullptr;
   T3::TGetCallsFunc FCalls = nullptr;
+  T3::TGetCallThreadsFunc FThreads = nullptr;
   T3::TCountFunc FLive = nullptr;
   T3::TCountFunc FHostRefs = nullptr;
 };
@@ -192,6 +201,8 @@ TEST(Srvst3host, OpensTheFirstClassWithItsControllerAndClosesInReverse) {
       Probe.Reset();
       Host.Close();
       EXPECT_EQ(Probe.Calls(), Lines(kEffectCloseOrder));
+      // Opening and closing all happen on the calling thread.
+      EXPECT_EQ(Probe.CallThreads(), std::vector<int32_t>(std::size(kEffectCloseOrder), 0));
       EXPECT_FALSE(Host.GetIntOpened());
       EXPECT_EQ(Host.GetParameterCount(), 0);
       EXPECT_EQ(Probe.LiveObjects(), 0);
@@ -329,6 +340,18 @@ TEST(Srvst3host, PlainFactoryGivesPlainClassInformation) {
   EXPECT_TRUE(Host.Open());
   Host.Close();
   EXPECT_EQ(Probe.LiveObjects(), 0);
+
+  // The plain record's failure has its own text.
+  TErrorLog Log;
+  Log.Attach(Host);
+  Probe.Options("fail=classInfo,result=0x80070057");
+  EXPECT_EQ(Host.GetClassInfos().GetCount(), 4);
+  EXPECT_FALSE(Host.GetClassInfos().GetItem(3));
+  ASSERT_EQ(Log.Errors.size(), 1u);
+  EXPECT_EQ(Log.Errors[0].first, "Can't get class information. - Invalid Argument");
+  EXPECT_EQ(Log.Errors[0].second, Platform::kVst3InvalidArgument);
+  Host.Close();
+  Probe.Reset();
 }
 
 TEST(Srvst3host, ModuleLevelFailures) {

@@ -144,9 +144,25 @@ intptr_t CallSlot(I* Interface, int Slot) {
   return reinterpret_cast<TFunc>(Table[Slot])(Interface, nullptr, nullptr, nullptr);
 }
 
+class TFactorySlotProbe final : public IPluginFactory2 {
+ public:
+  TResult queryInterface(const TGUID&, void**) override { return 900; }
+  uint32_t addRef() override { return 901; }
+  uint32_t release() override { return 902; }
+  TResult getFactoryInfo(TVST3FactoryInfo*) override { return 3; }
+  int32_t countClasses() override { return 4; }
+  TResult getClassInfo(int32_t, TVST3ClassInfo*) override { return 5; }
+  TResult createInstance(const TGUID*, const TGUID*, void**) override { return 6; }
+  TResult getClassInfo2(int32_t, TVST3ClassInfo2*) override { return 7; }
+};
+
 }  // namespace
 
 TEST(Vst3hostintf, MethodSlotsTheHostReliesOn) {
+  TFactorySlotProbe F;
+  IPluginFactory* Factory = &F;
+  for (int Slot = 3; Slot <= 7; ++Slot) EXPECT_EQ(static_cast<int32_t>(CallSlot(Factory, Slot)), Slot);
+
   TSlotProbe P;
   auto Low32 = [](intptr_t V) { return static_cast<int32_t>(V); };
   IComponent* C = &P;
