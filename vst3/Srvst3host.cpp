@@ -365,10 +365,12 @@ bool TSRVST3Host::Open() {
       FController->setComponentState(State.Get());
     }
   }
-  FAudioProcessor = FComponent.Query<IAudioProcessor>();
-  if (!Check(FAudioProcessor ? kModuleOk : ModuleResult(Platform::kVst3NoInterface),
-             "Can't get VST3 audio processor (effect)."))
-    return false;
+  void* Processor = nullptr;
+  TResult Asked = FComponent->queryInterface(IID_IAudioProcessor, &Processor);
+  if (Asked == kModuleOk && !Processor) Asked = ModuleResult(Platform::kVst3NoInterface);
+  FAudioProcessor = TVST3Ref<IAudioProcessor>::Adopt(Asked == kModuleOk ? static_cast<IAudioProcessor*>(Processor)
+                                                                         : nullptr);
+  if (!Check(Asked, "Can't get VST3 audio processor (effect).")) return false;
   FState.Double = FSampleSize == TSRVST3SampleSize::vst3ss64;
   FProcessSetup = TProcessSetup{};
   FProcessSetup.processMode = kRealtime;
@@ -422,6 +424,7 @@ void TSRVST3Host::Close() {
     }
   }
   KBFreeLibrary(FModule);
+  if (FHostContext) FHostContext->Detach();
   FHostContext.Clear();
   FComponentHandler.Clear();
   FInputParameterChanges.Clear();

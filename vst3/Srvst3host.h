@@ -239,7 +239,9 @@ class TSRVST3Host : public TSRBasicMultiInput {
 
  protected:
   void FileNameChanged();
-  void PropertiesChanged() {}
+  // Called after the file or the chosen class changed, for derived classes
+  // and forms that show them; the base does nothing.
+  virtual void PropertiesChanged() {}
   void BuildParameterList();
 
  private:

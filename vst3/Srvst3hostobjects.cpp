@@ -67,14 +67,19 @@ const THostAttribute* TAttributeList::Find(TAttrID ID, THostAttributeType Type) 
   return It != FList.end() && It->second->GetType() == Type ? It->second.get() : nullptr;
 }
 
-TResult TAttributeList::Store(TAttrID ID, std::unique_ptr<THostAttribute> Value) {
+template <typename TMake>
+TResult TAttributeList::Store(TAttrID ID, TMake Make) noexcept {
   if (!ID) return kInvalidArgument;
-  FList[ID] = std::move(Value);
+  try {
+    FList[ID] = Make();
+  } catch (...) {
+    return kOutOfMemory;
+  }
   return kOk;
 }
 
 TResult TAttributeList::setInt(TAttrID ID, int64_t Value) {
-  return Store(ID, std::make_unique<THostAttribute>(Value));
+  return Store(ID, [Value] { return std::make_unique<THostAttribute>(Value); });
 }
 
 TResult TAttributeList::getInt(TAttrID ID, int64_t& Value) {
@@ -85,7 +90,7 @@ TResult TAttributeList::getInt(TAttrID ID, int64_t& Value) {
 }
 
 TResult TAttributeList::setFloat(TAttrID ID, double Value) {
-  return Store(ID, std::make_unique<THostAttribute>(Value));
+  return Store(ID, [Value] { return std::make_unique<THostAttribute>(Value); });
 }
 
 TResult TAttributeList::getFloat(TAttrID ID, double& Value) {
@@ -96,7 +101,7 @@ TResult TAttributeList::getFloat(TAttrID ID, double& Value) {
 }
 
 TResult TAttributeList::setString(TAttrID ID, const char16* String) {
-  return Store(ID, std::make_unique<THostAttribute>(String));
+  return Store(ID, [String] { return std::make_unique<THostAttribute>(String); });
 }
 
 TResult TAttributeList::getString(TAttrID ID, char16* String, uint32_t SizeInBytes) {
@@ -113,7 +118,7 @@ TResult TAttributeList::getString(TAttrID ID, char16* String, uint32_t SizeInByt
 
 TResult TAttributeList::setBinary(TAttrID ID, const void* Data, uint32_t SizeInBytes) {
   if (!Data && SizeInBytes) return kInvalidArgument;
-  return Store(ID, std::make_unique<THostAttribute>(Data, SizeInBytes));
+  return Store(ID, [Data, SizeInBytes] { return std::make_unique<THostAttribute>(Data, SizeInBytes); });
 }
 
 TResult TAttributeList::getBinary(TAttrID ID, const void*& Data, uint32_t& SizeInBytes) {
@@ -137,7 +142,7 @@ TMessage::~TMessage() {
 void TMessage::setMessageID(TFIDString ID) { FMessageId = ID; }
 
 IAttributeList* TMessage::getAttributes() {
-  if (!FAttributeList) FAttributeList = new (std::nothrow) TAttributeList();
+  if (!FAttributeList) FAttributeList = new (std::nothrow) TAttributeList();  // nullptr when memory ran out
   return FAttributeList;
 }
 
@@ -147,7 +152,8 @@ TResult TVST3Notifications::getName(char16* Name) {
   if (!Name) return kInvalidArgument;
   // Deliberately the address of the host's name, not its characters: kept as
   // the component always answered; a plug-in reading text finds none there.
-  const char16* Address = FOwner ? FOwner->GetHostNameAddress() : nullptr;
+  TSRVST3Host* Owner = FOwner.load();
+  const char16* Address = Owner ? Owner->GetHostNameAddress() : nullptr;
   std::memcpy(Name, &Address, sizeof(Address));
   return kOk;
 }
@@ -172,12 +178,14 @@ TResult TVST3Notifications::endEdit(TParamID) { return kFalse; }
 TResult TVST3Notifications::restartComponent(int32_t Flags) { return (Flags & kIoChanged) ? kOk : kFalse; }
 
 TResult TVST3Notifications::notifyUnitSelection(TUnitID UnitId) {
-  IUnitHandler* Target = FOwner ? FOwner->GetUnitNotification() : nullptr;
+  TSRVST3Host* Owner = FOwner.load();
+  IUnitHandler* Target = Owner ? Owner->GetUnitNotification() : nullptr;
   return Target ? Target->notifyUnitSelection(UnitId) : kFalse;
 }
 
 TResult TVST3Notifications::notifyProgramListChange(TProgramListID ListId, int32_t ProgramIndex) {
-  IUnitHandler* Target = FOwner ? FOwner->GetUnitNotification() : nullptr;
+  TSRVST3Host* Owner = FOwner.load();
+  IUnitHandler* Target = Owner ? Owner->GetUnitNotification() : nullptr;
   return Target ? Target->notifyProgramListChange(ListId, ProgramIndex) : kFalse;
 }
 
@@ -313,7 +321,12 @@ TResult TFileBStream::read(void* Buffer, int32_t NumBytes, int32_t* NumBytesRead
   if (NumBytesRead) *NumBytesRead = 0;
   if (!FStream) return kNotImplemented;
   if (!Buffer || NumBytes < 0) return kInvalidArgument;
-  const int64_t N = FStream->Read(Buffer, NumBytes);
+  int64_t N = -1;
+  try {
+    N = FStream->Read(Buffer, NumBytes);
+  } catch (...) {
+    return kOutOfMemory;
+  }
   if (N < 0) return kFalse;
   if (NumBytesRead) *NumBytesRead = static_cast<int32_t>(N);
   return kOk;
@@ -323,7 +336,12 @@ TResult TFileBStream::write(void* Buffer, int32_t NumBytes, int32_t* NumBytesWri
   if (NumBytesWritten) *NumBytesWritten = 0;
   if (!FStream) return kNotImplemented;
   if (!Buffer || NumBytes < 0) return kInvalidArgument;
-  const int64_t N = FStream->Write(Buffer, NumBytes);
+  int64_t N = -1;
+  try {
+    N = FStream->Write(Buffer, NumBytes);  // a memory stream may fail to grow
+  } catch (...) {
+    return kOutOfMemory;
+  }
   if (N < 0) return kFalse;
   if (NumBytesWritten) *NumBytesWritten = static_cast<int32_t>(N);
   return kOk;

@@ -178,7 +178,9 @@ class TAttributeList final : public TVST3Object<IAttributeList> {
  private:
   // Identifiers are compared by content.
   const THostAttribute* Find(TAttrID ID, THostAttributeType Type) const;
-  TResult Store(TAttrID ID, std::unique_ptr<THostAttribute> Value);
+  // Stores the attribute Make() gives under ID; no exception reaches the plug-in.
+  template <typename TMake>
+  TResult Store(TAttrID ID, TMake Make) noexcept;
   THostAttributeDictionary FList;
 };
 
@@ -201,6 +203,9 @@ class TMessage final : public TVST3Object<IMessage> {
 class TVST3Notifications final : public TVST3Object<IHostApplication, IComponentHandler, IUnitHandler> {
  public:
   explicit TVST3Notifications(TSRVST3Host* Owner) : FOwner(Owner) {}
+  // The owner lets go when it closes: a plug-in that keeps the context
+  // longer gets answers without an owner (no name, no forwarding).
+  void Detach() { FOwner.store(nullptr); }
 
   // IHostApplication
   TResult getName(char16* Name) override;
@@ -215,7 +220,7 @@ class TVST3Notifications final : public TVST3Object<IHostApplication, IComponent
   TResult notifyProgramListChange(TProgramListID ListId, int32_t ProgramIndex) override;
 
  private:
-  TSRVST3Host* FOwner;
+  std::atomic<TSRVST3Host*> FOwner;
 };
 
 // ---- a block's events and parameter changes ---------------------------------------

@@ -114,6 +114,12 @@ TEST(Vst3hostobjects, HostContextAnswers) {
   EXPECT_EQ(Listener->Selected, 5);
   EXPECT_EQ(Listener->ListId, 6);
   EXPECT_EQ(Listener->ProgramIndex, 9);
+  // A context its host has let go of answers without it.
+  Context->Detach();
+  EXPECT_EQ(Context->notifyUnitSelection(5), kFalse);
+  EXPECT_EQ(Context->getName(Name), kOk);
+  std::memcpy(&Address, Name, sizeof Address);
+  EXPECT_EQ(Address, nullptr);
   Host.SetUnitNotification(nullptr);
 }
 
