@@ -562,3 +562,21 @@ TEST(Srvst3host, ChosenClassIsStoredWithTheComponent) {
   EXPECT_EQ(Other.GetProcessor().GetID(), T3::kSingleCID);
   EXPECT_EQ(Other.GetProcessor().GetName(), T3::kSingleName);
 }
+
+TEST(Srvst3host, ProcessSetupFollowsTheComponentsSettings) {
+  TModuleProbe Probe(QV_TESTVST3_MAIN);
+  TSRVST3Host Host;
+  Host.SetSampleSize(TSRVST3SampleSize::vst3ss64);
+  Host.SetBufferSize(512);
+  Host.SetSampleRate(48000.75);  // handed over as a whole number of samples per second
+  Host.SetFileName(QV_TESTVST3_MAIN);
+  Probe.Reset();
+  ASSERT_TRUE(Host.Open());
+  EXPECT_EQ(Probe.Count("Effect.setupProcessing mode=0 size=1 block=512 rate=48000"), 1u);
+  EXPECT_TRUE(Host.GetDoublePrecision());
+  Host.Close();
+  Host.SetSampleSize(TSRVST3SampleSize::vst3ss32);
+  ASSERT_TRUE(Host.Open());
+  EXPECT_FALSE(Host.GetDoublePrecision());
+  EXPECT_EQ(Probe.Count("Effect.setupProcessing mode=0 size=0 block=512 rate=48000"), 1u);
+}
