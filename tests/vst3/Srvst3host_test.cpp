@@ -265,6 +265,19 @@ TEST(Srvst3host, ClassListAndChoiceByIDNameAndClassInfo) {
   EXPECT_FALSE(Host.GetIntOpened());
   EXPECT_FALSE(Host.Open());
   EXPECT_EQ(Probe.LiveObjects(), 0);
+
+  // The first stage answers false once the second has made the host context.
+  Probe.Reset();
+  Host.GetProcessor().SetName(T3::kEffectName);
+  EXPECT_TRUE(Host.IntOpenNoID());
+  EXPECT_TRUE(Host.IntOpenID());
+  EXPECT_TRUE(Host.GetComponentCreated());
+  EXPECT_FALSE(Host.GetActive());
+  EXPECT_FALSE(Host.IntOpenNoID());
+  EXPECT_EQ(Probe.Count("Entry"), Probe.Count("Exit") + 1);  // one entry per load
+  Host.Close();
+  EXPECT_EQ(Probe.LiveObjects(), 0);
+  EXPECT_EQ(Probe.HostReferences(), 0);
 }
 
 TEST(Srvst3host, ControllerFoundInTheComponentOrNowhere) {
