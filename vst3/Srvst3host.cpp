@@ -381,6 +381,8 @@ bool TSRVST3Host::Open() {
   if (!Check(FComponent->setActive(1), "Can't activate VST3 audio processor (effect).")) return false;
   FState.Active = true;
   FProcessData = TVST3ProcessData{};
+  // The editor's view; a window shows it later.
+  if (FController) FView = TVST3Ref<IPlugView>::Adopt(FController->createView("editor"));
   BuildParameterList();
   FState.Opened = true;
   return true;
@@ -392,6 +394,7 @@ void TSRVST3Host::Close() {
   FState.Opened = false;
   FState.ComponentCreated = false;
   FClassInfos.Clear();
+  FView.Clear();
   FParameters.clear();
   if (FController) {
     TVST3Ref<IConnectionPoint> ComponentPoint = FComponent.Query<IConnectionPoint>();

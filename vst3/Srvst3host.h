@@ -195,6 +195,8 @@ class TSRVST3Host : public TSRBasicMultiInput {
   Vst3hostintf::IEditController* GetController() const { return FController.Get(); }
   Vst3hostintf::IEditController2* GetController2() const { return FController2.Get(); }
   Vst3hostintf::IAudioProcessor* GetAudioProcessor() const { return FAudioProcessor.Get(); }
+  // The controller's editor view, made at Open (nullptr when it offers none).
+  Vst3hostintf::IPlugView* GetView() const { return FView.Get(); }
   Vst3hostintf::IPluginFactory* GetFactory() const { return FFactory.Get(); }
   bool GetComponentCreated() const { return FState.ComponentCreated; }
   bool GetConnected() const { return FState.Connected; }
@@ -265,6 +267,7 @@ class TSRVST3Host : public TSRBasicMultiInput {
   Vst3hostobjects::TVST3Ref<Vst3hostintf::IEditController> FController;
   Vst3hostobjects::TVST3Ref<Vst3hostintf::IEditController2> FController2;
   Vst3hostobjects::TVST3Ref<Vst3hostintf::IAudioProcessor> FAudioProcessor;
+  Vst3hostobjects::TVST3Ref<Vst3hostintf::IPlugView> FView;
   Vst3hostintf::IUnitHandler* FUnitNotification = nullptr;
 
   // Where opening stands, under the component lock.

@@ -107,6 +107,51 @@ std::string InterfaceName(const TGUID& IID) {
 
 // ---- the plug-in objects ---------------------------------------------------------
 
+// The controller's editor view: it only records its end.
+class TView final : public IPlugView {
+ public:
+  explicit TView(std::string Role) : FRole(std::move(Role)) { ++GLive; }
+  TView(const TView&) = delete;
+  TView& operator=(const TView&) = delete;
+  TResult queryInterface(const TGUID& IID, void** Obj) override {
+    if (!Obj) return kInvalidArgument;
+    *Obj = IID == IID_IFUnknown || IID == IID_IPlugView ? this : nullptr;
+    if (!*Obj) return kNoInterface;
+    addRef();
+    return kOk;
+  }
+  uint32_t addRef() override { return ++FRefs; }
+  uint32_t release() override {
+    const uint32_t Left = --FRefs;
+    if (Left == 0) delete this;
+    return Left;
+  }
+  TResult isPlatformTypeSupported(TFIDString) override { return kFalse; }
+  TResult attached(void*, TFIDString) override { return kFalse; }
+  TResult removed() override { return kOk; }
+  TResult onWheel(float) override { return kFalse; }
+  TResult onKeyDown(char16, int16_t, int16_t) override { return kFalse; }
+  TResult onKeyUp(char16, int16_t, int16_t) override { return kFalse; }
+  TResult getSize(TViewRect* Size) override {
+    if (!Size) return kInvalidArgument;
+    *Size = TViewRect{0, 0, 320, 200};
+    return kOk;
+  }
+  TResult onSize(TViewRect*) override { return kOk; }
+  TResult onFocus(TBool) override { return kOk; }
+  TResult setFrame(IPlugFrame*) override { return kOk; }
+  TResult canResize() override { return kFalse; }
+  TResult checkSizeConstraint(TViewRect*) override { return kOk; }
+
+ private:
+  ~TView() {
+    Record(FRole + ".view released");
+    --GLive;
+  }
+  std::string FRole;
+  std::atomic<uint32_t> FRefs{1};
+};
+
 enum class TKind { Effect, Controller, Single, Alone };
 
 const char* RoleOf(TKind Kind) {
@@ -308,7 +353,11 @@ class TPlugObject final : public IComponent,
     FHandler = Handler;
     return kOk;
   }
-  IPlugView* createView(TFIDString) override { return nullptr; }
+  IPlugView* createView(TFIDString Name) override {
+    Record(FRole + ".createView " + (Name ? Name : "(null)"));
+    if (!Name || std::strcmp(Name, "editor") != 0) return nullptr;
+    return new TView(FRole);
+  }
 
   // IEditController2
   TResult setKnobMode(int32_t) override { return kOk; }

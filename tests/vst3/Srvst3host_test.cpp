@@ -119,9 +119,11 @@ const std::string kEffectOpenOrder[] = {"Entry",
                                         "Effect.getState wrote=8",
                                         "Controller.setComponentState read=0",
                                         "Effect.setupProcessing mode=0 size=0 block=256 rate=44100",
-                                        "Effect.setActive 1"};
+                                        "Effect.setActive 1",
+                                        "Controller.createView editor"};
 
-const std::string kEffectCloseOrder[] = {"Effect.disconnect",
+const std::string kEffectCloseOrder[] = {"Controller.view released",
+                                         "Effect.disconnect",
                                          "Controller.disconnect",
                                          "Controller.setComponentHandler null",
                                          "Controller.terminate",
@@ -164,6 +166,10 @@ TEST(Srvst3host, OpensTheFirstClassWithItsControllerAndClosesInReverse) {
       EXPECT_NE(Host.GetController(), nullptr);
       EXPECT_NE(Host.GetController2(), nullptr);
       EXPECT_NE(Host.GetAudioProcessor(), nullptr);
+      ASSERT_NE(Host.GetView(), nullptr);
+      TViewRect Size{};
+      EXPECT_EQ(Host.GetView()->getSize(&Size), 0);
+      EXPECT_EQ(Size.GetWidth(), 320);
       EXPECT_EQ(Host.GetInputEvents()->GetMaxSize(), 50);
       EXPECT_EQ(Host.GetInputParameterChanges()->getParameterCount(), 0);
 
@@ -209,7 +215,7 @@ TEST(Srvst3host, OpensTheFirstClassWithItsControllerAndClosesInReverse) {
       EXPECT_EQ(Probe.HostReferences(), 0);
       // The chosen class stays chosen, and the host opens again.
       ASSERT_TRUE(Host.Open());
-      EXPECT_EQ(Probe.LiveObjects(), 2 + 1);  // component, controller, factory
+      EXPECT_EQ(Probe.LiveObjects(), 2 + 1 + 1);  // component, controller, view, factory
     }
     // The destructor closes.
     EXPECT_EQ(Probe.LiveObjects(), 0);
@@ -299,7 +305,7 @@ TEST(Srvst3host, ControllerFoundInTheComponentOrNowhere) {
   EXPECT_EQ(Probe.Count("Single.setComponentHandler set"), 1u);
   EXPECT_EQ(Probe.Count("Single.setComponentState read=0"), 1u);
   EXPECT_NE(Host.GetController(), nullptr);
-  EXPECT_EQ(Probe.LiveObjects(), 2);  // the object and the factory
+  EXPECT_EQ(Probe.LiveObjects(), 3);  // the object, its view and the factory
   Host.Close();
   EXPECT_EQ(Probe.Count("Single.terminate"), 2u);  // as controller, then as component
   EXPECT_EQ(Probe.LiveObjects(), 0);
