@@ -234,6 +234,7 @@ class TPlugObject final : public IComponent,
   // IComponent
   TResult getControllerClassId(TGUID* ClassID) override {
     Record(FRole + ".getControllerClassId");
+    if (Fails("getControllerClassId")) return Failure();
     if (!ClassID) return kInvalidArgument;
     *ClassID = FKind == TKind::Effect ? kControllerCID : kNullUID;
     return kOk;
@@ -495,7 +496,7 @@ class TFactory final : public IPluginFactory2 {
   }
   int32_t countClasses() override {
     Record("Factory.countClasses");
-    return kClassCount;
+    return Fails("countClasses") ? -3 : kClassCount;
   }
   TResult getClassInfo(int32_t Index, TVST3ClassInfo* Info) override {
     Record("Factory.getClassInfo " + std::to_string(Index));
@@ -535,6 +536,7 @@ class TFactory final : public IPluginFactory2 {
            InterfaceName(*IID));
     if (!Entry) return kInvalidArgument;
     if (Entry->Kind != TKind::Controller && Fails("createInstance")) return Failure();
+    if (Entry->Kind != TKind::Controller && Fails("nullInstance")) return kOk;  // success, and nothing
     auto* Object = new TPlugObject(Entry->Kind);
     const TResult R = static_cast<IComponent*>(Object)->queryInterface(*IID, Obj);
     static_cast<IComponent*>(Object)->release();

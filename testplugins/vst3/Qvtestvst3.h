@@ -13,7 +13,9 @@
 //   fail=<step>   the step answers the failure result: factoryInfo,
 //                 classInfo, createInstance (the component), initialize,
 //                 controllerInitialize, setupProcessing, setActive, process,
-//                 getState, audioProcessor (the component offers none)
+//                 getState, getControllerClassId, audioProcessor (the
+//                 component offers none), countClasses (answers -3),
+//                 nullInstance (the component's creation succeeds with nothing)
 //   result=<hex>  the failure result, in its Windows value (default 0x80004005)
 #pragma once
 

@@ -599,3 +599,34 @@ TEST(Srvst3host, ProcessSetupFollowsTheComponentsSettings) {
   EXPECT_FALSE(Host.GetDoublePrecision());
   EXPECT_EQ(Probe.Count("Effect.setupProcessing mode=0 size=0 block=512 rate=48000"), 1u);
 }
+
+TEST(Srvst3host, HostileFactoryAnswersFailSilently) {
+  TModuleProbe Probe(QV_TESTVST3_MAIN);
+  TErrorLog Log;
+  TSRVST3Host Host;
+  Log.Attach(Host);
+  Host.SetFileName(QV_TESTVST3_MAIN);
+  // A negative class count is an empty list.
+  Probe.Options("fail=countClasses");
+  Host.Close();
+  EXPECT_EQ(Host.GetClassInfos().GetCount(), 0);
+  EXPECT_THROW(Host.GetClassInfos().GetItem(0), EWBException);
+  Host.Close();
+  Probe.Reset();
+  // A factory that answers success and no object.
+  Probe.Options("fail=nullInstance");
+  EXPECT_FALSE(Host.Open());
+  EXPECT_FALSE(Host.GetComponentCreated());
+  Host.Close();
+  Probe.Reset();
+  // A component that cannot name its controller opens without one.
+  Probe.Options("fail=getControllerClassId");
+  ASSERT_TRUE(Host.Open());
+  EXPECT_EQ(Host.GetController(), nullptr);
+  EXPECT_EQ(Probe.Count("Factory.createInstance Controller IEditController"), 0u);
+  Host.Close();
+  EXPECT_TRUE(Log.Errors.empty());
+  EXPECT_EQ(Probe.LiveObjects(), 0);
+  EXPECT_EQ(Probe.HostReferences(), 0);
+  Probe.Reset();
+}
