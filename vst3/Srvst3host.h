@@ -165,7 +165,7 @@ class TSRVST3Host : public TSRBasicMultiInput {
   explicit TSRVST3Host(TWBComponent* Owner = nullptr);
   ~TSRVST3Host() override;
 
-  // ---- module and class ----
+  // ---- module and class [main thread] ----
   std::string GetFileName() const;
   // Closes, picks the module's first class (whatever its category) and
   // opens again when the host was open.
@@ -183,14 +183,14 @@ class TSRVST3Host : public TSRBasicMultiInput {
   TSRVST3ClassInfos& GetClassInfos() { return FClassInfos; }
   TSRVST3Processor& GetProcessor() { return FProcessor; }
 
-  // ---- reporting ----
+  // ---- reporting [main thread] ----
   // True for a result of 0; otherwise reports "<Text> - <result name>" with
   // the result (in its Windows value) and answers false.
   bool Check(Vst3hostintf::TResult ModuleResult, const std::string& Text);
   // The name Check gives a result (in its Windows value).
   static std::string ResultName(int32_t Result);
 
-  // ---- what the plug-in is ----
+  // ---- what the plug-in is [main thread] ----
   Vst3hostintf::IComponent* GetComponent() const { return FComponent.Get(); }
   Vst3hostintf::IEditController* GetController() const { return FController.Get(); }
   Vst3hostintf::IEditController2* GetController2() const { return FController2.Get(); }
@@ -208,7 +208,7 @@ class TSRVST3Host : public TSRBasicMultiInput {
   bool GetBusInfo(Vst3hostintf::TMediaTypes Type, Vst3hostintf::TBusDirections Direction, int32_t Index,
                   TSRVST3BusInfo& Info);
 
-  // ---- parameters of the controller (read at Open) ----
+  // ---- parameters of the controller, read at Open [main thread] ----
   int32_t GetParameterCount() const { return static_cast<int32_t>(FParameters.size()); }
   const TSRVST3ParameterInfo& GetParameterInfo(int32_t Index) const;  // raises for an index out of range
   // Normalized value of parameter ID (0 without a controller).
@@ -217,7 +217,7 @@ class TSRVST3Host : public TSRBasicMultiInput {
   // The controller's text for a normalized value of parameter ID.
   std::string GetParameterDisplay(uint32_t ID, double Value);
 
-  // ---- host identity and settings ----
+  // ---- host identity and settings [main thread] ----
   std::string GetHostName() const;
   void SetHostName(const std::string& Value);
   // [any thread] Where the host's name lies as 16-bit characters.
