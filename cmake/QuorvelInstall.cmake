@@ -7,17 +7,26 @@ include(CMakePackageConfigHelpers)
 
 # Installed archives carry the package's name, so that they cannot clash
 # with other libraries in a shared lib folder.
-foreach(lib platform frame vst2 vst3 asio asio_convert package)
+set(_qv_libs platform frame vst2 vst3 asio asio_convert media package)
+set(_qv_header_folders platform frame vst2 vst3 asio media package)
+if(TARGET media_win32)
+  list(APPEND _qv_libs media_win32)
+endif()
+if(TARGET mastervolume)
+  list(APPEND _qv_libs mastervolume)
+  list(APPEND _qv_header_folders mastervolume)
+endif()
+foreach(lib ${_qv_libs})
   set_target_properties(${lib} PROPERTIES OUTPUT_NAME quorvel_${lib})
 endforeach()
 
-install(TARGETS platform frame vst2 vst3 asio asio_convert package quorvelpkg
+install(TARGETS ${_qv_libs} quorvelpkg
   EXPORT QuorvelTargets
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS quorvel RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-foreach(folder platform frame vst2 vst3 asio package)
+foreach(folder ${_qv_header_folders})
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quorvel/${folder}
           FILES_MATCHING PATTERN "*.h")
 endforeach()

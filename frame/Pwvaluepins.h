@@ -118,6 +118,14 @@ class TPWRealRangedSourcePin final : public TPWRealPinBase {
       : TPWRealPinBase(Owner, std::move(Name), TDirection::pdSource, Initial, true, Min, Max) {}
 };
 
+// A real value in [Min, Max] that is both sent and received (a level that a
+// device reports and that connected pins may set).
+class TPWRealRangedStatePin final : public TPWRealPinBase {
+ public:
+  TPWRealRangedStatePin(IPWPinOwner& Owner, std::string Name, double Min, double Max, double Initial)
+      : TPWRealPinBase(Owner, std::move(Name), TDirection::pdBoth, Initial, true, Min, Max) {}
+};
+
 // Plain state pins for the other kinds, for sinks of source pins.
 class TPWRealStatePin final : public TPWRealPinBase {
  public:

@@ -15,8 +15,8 @@ enum class TFileOpenMode {
   fomCreate      // a new or emptied file, read and write
 };
 
-// What others may do with the file while it is open. Windows enforces it;
-// elsewhere files are not locked and the setting is only kept.
+// What others may do with the file while it is open. Windows enforces it
+// for every program; elsewhere among the handles this package opens.
 enum class TFileShareMode { fsmShareAll, fsmDenyWrite, fsmDenyAll };
 
 class TFileHandle {

@@ -36,6 +36,11 @@ TModuleHandle LoadCodeLibrary(const std::string& FileName, std::string& ErrorTex
   return nullptr;
 }
 
+bool ReadLibraryResource(TModuleHandle, const std::string&, unsigned, size_t, std::vector<uint8_t>& Data) {
+  Data.clear();
+  return false;
+}
+
 void* GetLibrarySymbol(TModuleHandle Module, const char* Name) {
   if (!Module || !Name) return nullptr;
   return dlsym(Module, Name);

@@ -52,6 +52,23 @@ TModuleHandle LoadCodeLibrary(const std::string& FileName, std::string& ErrorTex
   return nullptr;
 }
 
+bool ReadLibraryResource(TModuleHandle Module, const std::string& Type, unsigned Id, size_t MaxSize,
+                         std::vector<uint8_t>& Data) {
+  Data.clear();
+  std::wstring TypeName;
+  if (!Module || Type.empty() || Id > 0xFFFF || !ToUtf16(Type, TypeName)) return false;
+  const HMODULE Library = static_cast<HMODULE>(Module);
+  HRSRC Found = FindResourceW(Library, MAKEINTRESOURCEW(Id), TypeName.c_str());
+  if (!Found) return false;
+  const DWORD Size = SizeofResource(Library, Found);
+  HGLOBAL Loaded = Size > 0 && Size <= MaxSize ? LoadResource(Library, Found) : nullptr;
+  const void* Bytes = Loaded ? LockResource(Loaded) : nullptr;
+  if (!Bytes) return false;
+  const auto* First = static_cast<const uint8_t*>(Bytes);
+  Data.assign(First, First + Size);
+  return true;
+}
+
 void* GetLibrarySymbol(TModuleHandle Module, const char* Name) {
   if (!Module || !Name) return nullptr;
   return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(Module), Name));

@@ -12,6 +12,16 @@ bool ToUtf16(const std::string& Text, std::wstring& Wide) {
          Length;
 }
 
+std::string FromUtf16(const wchar_t* Text, size_t Length) {
+  std::string Result;
+  if (!Text || Length == 0 || Length > size_t(INT32_MAX)) return Result;
+  const int Bytes = WideCharToMultiByte(CP_UTF8, 0, Text, int(Length), nullptr, 0, nullptr, nullptr);
+  if (Bytes <= 0) return Result;
+  Result.resize(size_t(Bytes));
+  WideCharToMultiByte(CP_UTF8, 0, Text, int(Length), Result.data(), Bytes, nullptr, nullptr);
+  return Result;
+}
+
 std::string SystemMessage(DWORD Code, const std::string& FileName) {
   wchar_t* Buffer = nullptr;
   const DWORD Length =

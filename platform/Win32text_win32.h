@@ -9,6 +9,8 @@ namespace Quorvel::Platform {
 
 // UTF-8 to UTF-16 for the W functions; false on malformed UTF-8.
 bool ToUtf16(const std::string& Text, std::wstring& Wide);
+// UTF-16 to UTF-8; unpaired surrogates become U+FFFD.
+std::string FromUtf16(const wchar_t* Text, size_t Length);
 // The system's text for an error code, with the file name put where the text wants it.
 std::string SystemMessage(DWORD Code, const std::string& FileName);
 

@@ -18,11 +18,24 @@ const char* const kUsage =
     "usage:\n"
     "  quorvel info PLUGIN\n"
     "      identity, flags, capabilities, channels, latency, programs and parameters\n"
-    "  quorvel process PLUGIN -i IN.wav -o OUT.wav [options]\n"
+    "  quorvel params PLUGIN [--tab] [settings]\n"
+    "      index, name, label, display, value, automatable and properties of each\n"
+    "      parameter (--tab: separated by tabs)\n"
+    "  quorvel programs PLUGIN [--tab] [settings]\n"
+    "      index and name of each program; * marks the selected one\n"
+    "  quorvel preset save|load PLUGIN FILE [settings]\n"
+    "  quorvel bank save|load PLUGIN FILE [settings]\n"
+    "      save: the plug-in's current program (preset) or all its programs (bank)\n"
+    "      to FILE, after the settings; load: FILE into the plug-in, and what changed\n"
+    "  settings, applied after the plug-in opens, in this order:\n"
+    "      --bank FILE   a bank file loaded\n"
+    "      -P N          program number N selected\n"
+    "      --preset FILE a preset file loaded into the selected program\n"
+    "      -x NAME=V     the parameter of that name or index set to V (0..1);\n"
+    "                    may be repeated\n"
+    "  quorvel process PLUGIN -i IN.wav -o OUT.wav [options] [settings]\n"
     "      -b FRAMES     block size the plug-in is run with (1 to 65536, default 256)\n"
     "      -p 32|64      processing precision (default 32)\n"
-    "      -P N          program number\n"
-    "      -x I=V        parameter I set to V (0..1); may be repeated\n"
     "      --bypass      bypass the plug-in (the host passes the input through\n"
     "                    when the plug-in cannot bypass itself)\n"
     "      --tail SECONDS  how long to let the plug-in ring out after the input\n"
@@ -33,7 +46,7 @@ const char* const kUsage =
     "                    that crashes ends with a report and no output file\n"
     "      -q            no progress bar\n"
     "      The output is written only when processing succeeded; it may not be\n"
-    "      the input file or the plug-in.\n"
+    "      the input file, a preset or bank file it reads, or the plug-in.\n"
     "  quorvel run CHAIN.json [-s SECONDS]\n"
     "      the components of a chain document, connected and run from their\n"
     "      sources (files to their end; tones and devices for -s seconds, default 2)\n"
@@ -54,7 +67,17 @@ const char* const kUsage =
     "      -q            no progress bar\n"
     "      On Windows the drivers are those installed in the registry; on Linux,\n"
     "      which has no ASIO registry, they are the bundled test drivers\n"
-    "      (\"Quorvel Test ASIO\", \"Quorvel Test ASIO Float\"), registered in process.\n";
+    "      (\"Quorvel Test ASIO\", \"Quorvel Test ASIO Float\"), registered in process.\n"
+    "  quorvel volume list\n"
+    "      the active audio endpoints: level, friendly name, identifier (Windows)\n"
+    "  quorvel volume get [DEVICE]\n"
+    "  quorvel volume set [DEVICE] LEVEL\n"
+    "      an endpoint's master level (0 to 1); DEVICE is a friendly name, an\n"
+    "      identifier or DEFAULT (the default output, also when left out)\n"
+    "  quorvel volume watch [DEVICE] [-s SECONDS] [-c CHANNELS] [-i MS]\n"
+    "      levels and peak meters, redrawn in place on a terminal (plain lines\n"
+    "      otherwise) every -i milliseconds (default 100) for -s seconds (default:\n"
+    "      until interrupted); -c 1 shows the master level, more one per channel\n";
 
 }  // namespace
 
@@ -192,6 +215,11 @@ void TReports::Attach(TWBComponent& C) {
 bool TReports::Empty() const {
   std::lock_guard<std::mutex> L(FMutex);
   return FErrors.empty();
+}
+
+size_t TReports::Count() const {
+  std::lock_guard<std::mutex> L(FMutex);
+  return FErrors.size();
 }
 
 std::string TReports::First() const {

@@ -92,6 +92,7 @@ class TReports {
  public:
   void Attach(TWBComponent& C);
   bool Empty() const;
+  size_t Count() const;
   std::string First() const;
   std::string Last() const;
 
@@ -107,6 +108,23 @@ bool OpenPlugIn(TSRVSTHost& Host, TReports& Reports, const std::string& File);
 // "the plug-in has N" for messages about programs and parameters.
 std::string CountText(int32_t Count, const char* Things);
 
+// What a command sets in a plug-in after opening it and before its work, in
+// this order: a bank, a program, a preset, single parameters.
+struct TPlugInSettings {
+  std::string Bank, Preset;
+  long Program = -1;
+  std::vector<std::string> Parameters;  // "NAME=VALUE" as given
+};
+// Adds --bank, -P, --preset and -x to Options, filling Settings.
+void AddSettingOptions(std::vector<TOption>& Options, TPlugInSettings& Settings);
+// Applies Settings to the open plug-in; prints why and answers false when
+// one of them cannot be applied (an unknown parameter, a bad file, ...).
+bool ApplySettings(TSRVSTHost& Host, TReports& Reports, const TPlugInSettings& Settings);
+// Loads a preset (or bank) file into the open plug-in once it is checked to
+// be whole; prints why and answers false when it is missing, cut short,
+// damaged or for another plug-in (nothing of it is applied then).
+bool LoadPlugInFile(TSRVSTHost& Host, TReports& Reports, const std::string& File, bool Bank);
+
 // A bar on standard error, shown only when it is a terminal and Enabled.
 class TProgressBar {
  public:
@@ -121,9 +139,14 @@ class TProgressBar {
 
 // The commands; Args start after the command's name.
 int Info(const TArgs& Args);     // quorvel.cpp
+int Params(const TArgs& Args);    // Quorvelparams.cpp
+int Programs(const TArgs& Args);  // Quorvelparams.cpp
+int Preset(const TArgs& Args);    // Quorvelparams.cpp: preset save|load
+int Bank(const TArgs& Args);      // Quorvelparams.cpp: bank save|load
 int Demo(const TArgs& Args);     // quorvel.cpp
 int Process(const TArgs& Args);  // Quorvelprocess.cpp
 int Asio(const TArgs& Args);     // Quorvelasio.cpp
+int Volume(const TArgs& Args);   // Quorvelvolume.cpp (Windows), Quorvelvolume_posix.cpp
 int RunDocument(const TArgs& Args);     // Quorvelrun.cpp
 int ListComponents(const TArgs& Args);  // Quorvelrun.cpp
 // Installs the drivers bundled with the program where ASIOGetDriverNames

@@ -31,8 +31,7 @@ struct TProcessOptions {
   std::string PlugIn, Input, Output;
   long BlockSize = 256;
   TSRVSTPrecision Precision = TSRVSTPrecision::vstp32;
-  long Program = -1;
-  std::vector<std::pair<long, double>> Parameters;
+  TPlugInSettings Settings;
   bool Bypass = false;
   bool Quiet = false;
   bool CompensateLatency = true;
@@ -43,7 +42,7 @@ struct TProcessOptions {
 
 int ParseProcess(const TArgs& Args, TProcessOptions& O) {
   TArgs Files;
-  const std::vector<TOption> Options = {
+  std::vector<TOption> Options = {
       {"-i", true, [&](const std::string& V) { return !(O.Input = V).empty(); }, "the input file"},
       {"-o", true, [&](const std::string& V) { return !(O.Output = V).empty(); }, "the output file"},
       {"-b", true, [&](const std::string& V) { return ParseInt(V, O.BlockSize) && O.BlockSize >= 1 && O.BlockSize <= kMaxBlock; },
@@ -54,20 +53,6 @@ int ParseProcess(const TArgs& Args, TProcessOptions& O) {
          return V == "32" || V == "64";
        },
        "32 or 64"},
-      {"-P", true, [&](const std::string& V) { return ParseInt(V, O.Program) && O.Program >= 0; },
-       "a program number from 0"},
-      {"-x", true,
-       [&](const std::string& V) {
-         const size_t Eq = V.find('=');
-         long Index = -1;
-         double Value = 0;
-         if (Eq == std::string::npos || !ParseInt(V.substr(0, Eq), Index) || Index < 0 ||
-             !ParseDouble(V.substr(Eq + 1), Value) || Value < 0 || Value > 1)
-           return false;
-         O.Parameters.emplace_back(Index, Value);
-         return true;
-       },
-       "INDEX=VALUE, the value from 0 to 1"},
       {"--bypass", false, [&](const std::string&) { return O.Bypass = true; }, ""},
       {"-q", false, [&](const std::string&) { return O.Quiet = true; }, ""},
       {"--no-latency-compensation", false, [&](const std::string&) { return !(O.CompensateLatency = false); }, ""},
@@ -76,6 +61,7 @@ int ParseProcess(const TArgs& Args, TProcessOptions& O) {
       {"--isolate", false, [&](const std::string&) { return O.Isolate = true; }, ""},
       {"--child-output", true, [&](const std::string& V) { return !(O.ChildOutput = V).empty(); }, "a file"},
   };
+  AddSettingOptions(Options, O.Settings);
   if (const int Rc = ParseOptions(Args, Options, Files, 1)) return Rc;
   if (Files.size() != 1 || O.Input.empty() || O.Output.empty()) return Usage();
   O.PlugIn = Files[0];
@@ -111,18 +97,7 @@ int RunChain(const TProcessOptions& O, const std::string& WorkFile) {
                   "32-bit process routine 64-bit samples, which gives a broken result; use -p 32");
     Warn("the plug-in does not process 64-bit samples; it runs at 32 bits");
   }
-  if (O.Program >= 0) {
-    if (O.Program >= Host.GetNumPrograms())
-      return Fail("program " + std::to_string(O.Program) + " out of range (" +
-                  CountText(Host.GetNumPrograms(), "programs") + ")");
-    Host.SetProgram(static_cast<int32_t>(O.Program));
-  }
-  for (const auto& P : O.Parameters) {
-    if (P.first >= Host.GetNumParams())
-      return Fail("parameter " + std::to_string(P.first) + " out of range (" +
-                  CountText(Host.GetNumParams(), "parameters") + ")");
-    Host.SetParameter(static_cast<int32_t>(P.first), static_cast<float>(P.second));
-  }
+  if (!ApplySettings(Host, Reports, O.Settings)) return 1;
   Host.SetPrecision(O.Precision);
   Host.SetBypass(O.Bypass);
 
@@ -240,7 +215,10 @@ int Process(const TArgs& Args) {
   TOutputFile File;
   if (!O.ChildOutput.empty()) {
     File.Adopt(O.Output, O.ChildOutput);
-  } else if (!File.Prepare(O.Output, {{"the input file", O.Input}, {"the plug-in", O.PlugIn}})) {
+  } else if (!File.Prepare(O.Output, {{"the input file", O.Input},
+                                      {"the plug-in", O.PlugIn},
+                                      {"the preset", O.Settings.Preset},
+                                      {"the bank", O.Settings.Bank}})) {
     return 1;
   }
   const int Rc = O.Isolate ? RunIsolated(Args, O, File) : RunChain(O, File.GetWorkName());

@@ -1,8 +1,10 @@
 // The package's command-line host, built only from the package's components.
 //   quorvel info PLUGIN                 what a VST 2 plug-in is and offers
+//   quorvel params|programs|preset|bank  its parameters, programs and files (Quorvelparams.cpp)
 //   quorvel process PLUGIN -i IN -o OUT  a WAV file through a plug-in (Quorvelprocess.cpp)
 //   quorvel demo                         the bundled test plug-in on a generated tone
 //   quorvel asio list|info|run           ASIO drivers and a chain through one (Quorvelasio.cpp)
+//   quorvel volume list|get|set|watch    audio endpoint levels and meters (Quorvelvolume.cpp)
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -213,8 +215,13 @@ int main(int Argc, char** Argv) {
     const TArgs Args(All.begin() + 2, All.end());
     if (Command == "demo") return Cli::Demo(Args);
     if (Command == "info") return Cli::Info(Args);
+    if (Command == "params") return Cli::Params(Args);
+    if (Command == "programs") return Cli::Programs(Args);
+    if (Command == "preset") return Cli::Preset(Args);
+    if (Command == "bank") return Cli::Bank(Args);
     if (Command == "process") return Cli::Process(Args);
     if (Command == "asio") return Cli::Asio(Args);
+    if (Command == "volume") return Cli::Volume(Args);
     if (Command == "run") return Cli::RunDocument(Args);
     if (Command == "components") return Cli::ListComponents(Args);
     if (Command == "-h" || Command == "--help" || Command == "help") {

@@ -12,6 +12,7 @@
 #include "frame/Srsamples.h"
 #include "platform/Fpu.h"
 #include "platform/Lowmemory.h"
+#include "vst2/Srvsthostvstxml.h"
 
 namespace Quorvel {
 
@@ -439,9 +440,15 @@ void TSRVSTHost::PopulateParams() {
   const int32_t N = std::clamp(GetNumParams(), 0, kMaxPlugInParameters);
   FParamNames.assign(static_cast<size_t>(N), std::string());
   for (int32_t I = 0; I < N; ++I) FParamNames[static_cast<size_t>(I)] = GetParameterName(I);
-  // Fresh parameter objects: a parameter-structure description, once read,
-  // attaches its entries to them (TSRVSTParameter::SetStructureEntry).
+  // Fresh parameter objects, with what the plug-in's parameter-structure
+  // description says of them. A missing or malformed one is no error.
   FParameters.Rebuild(N);
+  std::vector<uint8_t> Document;
+  TSRVSTXMLParameterStructure Structure;
+  std::string Ignored;
+  if (FindParameterStructureDocument(GetFileName(), FModule, Document) &&
+      Structure.Parse(Document.data(), Document.size(), Ignored))
+    Structure.Attach(FParameters);
   FPrograms.Rebuild(GetNumPrograms());
 }
 

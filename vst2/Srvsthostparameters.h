@@ -40,6 +40,9 @@ struct TSRVSTParameterStructureEntry {
   bool HasDefaultValue = false;
   // The value type's named entries (name, value) in document order.
   std::vector<std::pair<std::string, std::string>> Values;
+  // The name of the innermost group the parameter was attached through (""
+  // for a parameter at the top of the structure).
+  std::string Group;
 };
 
 // The optional property groups of a parameter: each tells whether the
@@ -126,7 +129,10 @@ class TSRVSTParameter {
   TSRVSTParameterDefaultValue GetDefaultValue();
   TSRVSTParameterValues GetValues();
 
+  // What a parameter-structure description attached to this parameter
+  // (nullptr: nothing), and the name of its group there ("" without one).
   const TSRVSTParameterStructureEntry* GetStructureEntry() const { return FStructure.get(); }
+  std::string GetStructureGroup() const { return FStructure ? FStructure->Group : std::string(); }
   void SetStructureEntry(std::unique_ptr<TSRVSTParameterStructureEntry> Entry) { FStructure = std::move(Entry); }
 
  private:

@@ -37,7 +37,10 @@ namespace {
 static_assert(sizeof(TQvTestRecord) == 152, "the record is shared with the tests");
 
 enum class TVariant {
-  Main, MainOnly, Both, NoEffect, Accumulating, Double, Null, NotAPlugin, Mono, Chunks
+  Main, MainOnly, Both, NoEffect, Accumulating, Double, Null, NotAPlugin, Mono, Chunks,
+  // As Main; their libraries come with parameter-structure descriptions
+  // (a file beside the first, a resource in both on Windows).
+  Described, DescribedResource
 };
 constexpr TVariant kVariant = TVariant::QV_VARIANT;
 

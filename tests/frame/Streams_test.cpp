@@ -121,11 +121,25 @@ TEST_F(Streams, LimitsAndFailuresAreReportedNotObeyed) {
   }
   TWBFileStream Folder(Dir.u8string(), Platform::TFileOpenMode::fomRead);
   EXPECT_FALSE(Folder.IsOpen());
-#ifdef _WIN32
-  // Writers are kept out while a stream that denies them is open.
-  TWBFileStream Owner(PathOf("owned.bin"), Platform::TFileOpenMode::fomCreate, Platform::TFileShareMode::fsmDenyWrite);
-  ASSERT_TRUE(Owner.IsOpen());
-  TWBFileStream Writer(PathOf("owned.bin"), Platform::TFileOpenMode::fomReadWrite, Platform::TFileShareMode::fsmShareAll);
-  EXPECT_FALSE(Writer.IsOpen());
-#endif
+  // Writers are kept out while a stream that denies them is open; readers
+  // that share writing are not, and a refused create empties nothing.
+  {
+    TWBFileStream Owner(PathOf("owned.bin"), Platform::TFileOpenMode::fomCreate, Platform::TFileShareMode::fsmDenyWrite);
+    ASSERT_TRUE(Owner.IsOpen());
+    ASSERT_TRUE(Owner.WriteExact(Data, 4));
+    TWBFileStream Writer(PathOf("owned.bin"), Platform::TFileOpenMode::fomReadWrite,
+                         Platform::TFileShareMode::fsmShareAll);
+    EXPECT_FALSE(Writer.IsOpen());
+    TWBFileStream Creator(PathOf("owned.bin"), Platform::TFileOpenMode::fomCreate,
+                          Platform::TFileShareMode::fsmShareAll);
+    EXPECT_FALSE(Creator.IsOpen());
+    TWBFileStream Reader(PathOf("owned.bin"), Platform::TFileOpenMode::fomRead, Platform::TFileShareMode::fsmShareAll);
+    ASSERT_TRUE(Reader.IsOpen());
+    EXPECT_EQ(Reader.GetSize(), 4);
+    // A stream that denies writers cannot open while one writes.
+    TWBFileStream Second(PathOf("owned.bin"), Platform::TFileOpenMode::fomRead, Platform::TFileShareMode::fsmDenyWrite);
+    EXPECT_FALSE(Second.IsOpen());
+  }
+  TWBFileStream After(PathOf("owned.bin"), Platform::TFileOpenMode::fomReadWrite);
+  EXPECT_TRUE(After.IsOpen()) << "closing the owner lets writers in again";
 }

@@ -29,6 +29,25 @@ function(run rc regex)
   endif()
 endfunction()
 
+# cut(FILE FROM COUNT OUT): COUNT bytes of FILE from byte FROM (0-based) into OUT.
+function(cut file from count out)
+  math(EXPR first "${from} + 1")
+  execute_process(COMMAND tail -c +${first} "${file}" COMMAND head -c ${count} OUTPUT_FILE "${out}" RESULT_VARIABLE failed)
+  if(failed)
+    message(FATAL_ERROR "cannot cut ${file}")
+  endif()
+endfunction()
+
+# join(OUT PIECES...): the pieces one after another.
+function(join out)
+  execute_process(COMMAND ${CMAKE_COMMAND} -E cat ${ARGN} OUTPUT_FILE "${out}")
+endfunction()
+
+# bytes(OUT TEXT): printf's rendering of TEXT (octal escapes such as \\377) into OUT.
+function(bytes out text)
+  execute_process(COMMAND printf "${text}" OUTPUT_FILE "${out}")
+endfunction()
+
 function(expect_same a b)
   execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files "${a}" "${b}" RESULT_VARIABLE differ)
   if(differ)
@@ -128,6 +147,127 @@ elseif(SCENARIO STREQUAL "unicode_paths")
   if(NOT EXISTS "${SCRATCH}/${name}/résultat.wav")
     message(FATAL_ERROR "no output under the non-ASCII name")
   endif()
+elseif(SCENARIO STREQUAL "plugin_files")
+  # Commands of every kind: the program without the "process" the others run.
+  list(POP_BACK EXE)
+  set(chunks "${PLUGINS}/qvtestvst2_chunks${SUFFIX}")
+  set(P "${DRIVE}${plugin}")
+  set(C "${DRIVE}${chunks}")
+  set(S "${DRIVE}${SCRATCH}")
+  # Chunk form: a program saved after settings loads into a fresh plug-in,
+  # and saving what was loaded gives the same file, byte for byte.
+  run(0 "saved program 1 \"Half\" of Quorvel Test Plug-in as a preset \\(chunk form, [0-9]+ bytes\\).*written"
+      preset save "${C}" "${S}/chunk.fxp" -P 1 -x Gain=0.125 -x "channel map=1")
+  run(0 "program 0 \"Half\" \\(was 0 \"Unity\"\\).*parameters changed: 2 of 3.*Gain +0.5000 -> 0.1250.*Channel Map +0.0000 -> 1.0000"
+      preset load "${C}" "${S}/chunk.fxp")
+  run(0 "written" preset save "${C}" "${S}/chunk-again.fxp" --preset "${S}/chunk.fxp")
+  expect_same("${SCRATCH}/chunk.fxp" "${SCRATCH}/chunk-again.fxp")
+  run(0 "saved 4 programs .* as a bank \\(chunk form" bank save "${C}" "${S}/chunk.fxb" -P 2 -x 0=0.3)
+  run(0 "program 2 \"Swapped\" \\(was 0 \"Unity\"\\).*Gain +0.5000 -> 0.3000" bank load "${C}" "${S}/chunk.fxb")
+  run(0 "written" bank save "${C}" "${S}/chunk-again.fxb" --bank "${S}/chunk.fxb")
+  expect_same("${SCRATCH}/chunk.fxb" "${SCRATCH}/chunk-again.fxb")
+
+  # Parameter form: the host writes 4 filler bytes after each header and
+  # reads without them, so its own preset loads one parameter later (and
+  # says so); the same file without the filler loads as saved.
+  run(0 "parameter form, 72 bytes.*written.*each value lands one parameter later" preset save "${P}" "${S}/own.fxp" -x Gain=0.375 -x 1=1)
+  run(0 "Gain +0.5000 -> 0.0000.*Channel Map +0.0000 -> 0.3750.*values at byte 60.*lands one parameter later"
+      preset load "${P}" "${S}/own.fxp")
+  cut("${SCRATCH}/own.fxp" 0 56 "${SCRATCH}/head")
+  cut("${SCRATCH}/own.fxp" 60 12 "${SCRATCH}/values")
+  join("${SCRATCH}/standard.fxp" "${SCRATCH}/head" "${SCRATCH}/values")
+  run(0 "parameters changed: 2 of 3.*Gain +0.5000 -> 0.3750  \\(1.000 -> 0.750\\).*Channel Map +0.0000 -> 1.0000"
+      preset load "${P}" "${S}/standard.fxp")
+  run(0 "written" preset save "${P}" "${S}/own-again.fxp" --preset "${S}/standard.fxp")
+  expect_same("${SCRATCH}/own.fxp" "${SCRATCH}/own-again.fxp")
+  # A bank likewise: 156 bytes of header, then 56 of each program's and its values.
+  run(0 "saved 4 programs .*parameter form, 448 bytes" bank save "${P}" "${S}/own.fxb" -x Gain=0.375 -x 1=1)
+  run(0 "laid out as this host writes banks" bank load "${P}" "${S}/own.fxb")
+  cut("${SCRATCH}/own.fxb" 0 156 "${SCRATCH}/bank-head")
+  set(pieces "${SCRATCH}/bank-head")
+  foreach(program 0 1 2 3)
+    math(EXPR at "160 + ${program} * 72")
+    math(EXPR values_at "${at} + 60")
+    cut("${SCRATCH}/own.fxb" ${at} 56 "${SCRATCH}/head${program}")
+    cut("${SCRATCH}/own.fxb" ${values_at} 12 "${SCRATCH}/values${program}")
+    list(APPEND pieces "${SCRATCH}/head${program}" "${SCRATCH}/values${program}")
+  endforeach()
+  join("${SCRATCH}/standard.fxb" ${pieces})
+  run(0 "program 3 \"Silent\" \\(was 0 \"Unity\"\\).*program names changed: 0 of 4" bank load "${P}" "${S}/standard.fxb")
+  run(0 "written" bank save "${P}" "${S}/own-again.fxb" --bank "${S}/standard.fxb")
+  expect_same("${SCRATCH}/own.fxb" "${SCRATCH}/own-again.fxb")
+
+  # Files and settings in process: a preset, a bank's program, and -x by
+  # name or by index all give the same sound.
+  run(0 "written" process "${P}" -i "${DRIVE}${in}" -o "${S}/by-name.wav" -x Gain=0.375 -x "Channel Map=1" -q)
+  run(0 "written" process "${P}" -i "${DRIVE}${in}" -o "${S}/by-index.wav" -x 1=1 -x 0=0.375 -q)
+  run(0 "written" process "${P}" -i "${DRIVE}${in}" -o "${S}/by-preset.wav" --preset "${S}/standard.fxp" -q)
+  run(0 "written" process "${P}" -i "${DRIVE}${in}" -o "${S}/by-bank.wav" --bank "${S}/standard.fxb" -P 0 -q)
+  foreach(other by-index by-preset by-bank)
+    expect_same("${SCRATCH}/by-name.wav" "${SCRATCH}/${other}.wav")
+  endforeach()
+  execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files "${SCRATCH}/by-name.wav" "${in}" RESULT_VARIABLE differ)
+  if(NOT differ)
+    message(FATAL_ERROR "the settings changed nothing")
+  endif()
+  run(1 "no parameter named \"Loudness\"" process "${P}" -i "${DRIVE}${in}" -o "${S}/x.wav" -x Loudness=1 -q)
+  run(1 "parameter 3 out of range \\(the plug-in has 3\\)" process "${P}" -i "${DRIVE}${in}" -o "${S}/x.wav" -x 3=1 -q)
+  run(1 "-x Gain=loud: the value of parameter 0 \\(Gain\\) must be a number from 0 to 1"
+      process "${P}" -i "${DRIVE}${in}" -o "${S}/x.wav" -x Gain=loud -q)
+  run(1 "-x 1=2: the value of parameter 1 \\(Channel Map\\) must be a number" params "${P}" -x 1=2)
+
+  # Wrong files: one line naming the problem, nothing applied, status 1.
+  run(1 "^quorvel: Preset file not for this plugin!\r?\n$" preset load "${P}" "${S}/chunk.fxp")
+  run(1 "^quorvel: Bank file not for this plugin!\r?\n$" bank load "${P}" "${S}/chunk.fxb")
+  run(1 "Preset file not for this plugin!" process "${P}" -i "${DRIVE}${in}" -o "${S}/x.wav" --preset "${S}/chunk.fxp" -q)
+  run(1 "^quorvel: Preset file .*missing.fxp does not exist\\.\r?\n$" preset load "${P}" "${S}/missing.fxp")
+  run(1 "^quorvel: Bank file .*missing.fxb does not exist\r?\n$" bank load "${P}" "${S}/missing.fxb")
+  cut("${SCRATCH}/standard.fxp" 0 40 "${SCRATCH}/short-header.fxp")
+  run(1 "short-header.fxp is cut short: 40 bytes, fewer than the 56 bytes of a preset header"
+      preset load "${P}" "${S}/short-header.fxp")
+  cut("${SCRATCH}/standard.fxp" 0 60 "${SCRATCH}/short-values.fxp")
+  run(1 "short-values.fxp is cut short: it announces 3 parameter values and holds 1"
+      preset load "${P}" "${S}/short-values.fxp")
+  cut("${SCRATCH}/standard.fxb" 0 300 "${SCRATCH}/short.fxb")
+  run(1 "short.fxb is cut short: it announces 4 programs and holds 2" bank load "${P}" "${S}/short.fxb")
+  cut("${SCRATCH}/chunk.fxp" 0 80 "${SCRATCH}/short-chunk.fxp")
+  run(1 "short-chunk.fxp is cut short: it announces a chunk of [0-9]+ bytes and holds 20"
+      preset load "${C}" "${S}/short-chunk.fxp")
+  # A header announcing 0x41414141 values over four bytes.
+  file(WRITE "${SCRATCH}/hostile.fxp" "CcnKAAAAFxCkAAAAQvT2AAAAAAAAHostile-program-name-28-byteAAAA")
+  run(1 "hostile.fxp is cut short: it announces 1094795585 parameter values and holds 1"
+      preset load "${P}" "${S}/hostile.fxp")
+
+  # Counts of -1 (and chunk sizes of -1) are damage, not a large number.
+  bytes("${SCRATCH}/minus-one" "\\377\\377\\377\\377")
+  cut("${SCRATCH}/standard.fxp" 0 24 "${SCRATCH}/before-count")
+  cut("${SCRATCH}/standard.fxp" 28 40 "${SCRATCH}/after-count")
+  join("${SCRATCH}/minus.fxp" "${SCRATCH}/before-count" "${SCRATCH}/minus-one" "${SCRATCH}/after-count")
+  run(1 "minus.fxp is damaged: it announces -1 parameter values" preset load "${P}" "${S}/minus.fxp")
+  cut("${SCRATCH}/standard.fxb" 0 24 "${SCRATCH}/bank-before-count")
+  cut("${SCRATCH}/standard.fxb" 28 1000 "${SCRATCH}/bank-after-count")
+  join("${SCRATCH}/minus.fxb" "${SCRATCH}/bank-before-count" "${SCRATCH}/minus-one" "${SCRATCH}/bank-after-count")
+  run(1 "minus.fxb is damaged: it announces -1 programs" bank load "${P}" "${S}/minus.fxb")
+  cut("${SCRATCH}/chunk.fxp" 0 56 "${SCRATCH}/chunk-head")
+  cut("${SCRATCH}/chunk.fxp" 60 1000 "${SCRATCH}/chunk-body")
+  join("${SCRATCH}/minus-chunk.fxp" "${SCRATCH}/chunk-head" "${SCRATCH}/minus-one" "${SCRATCH}/chunk-body")
+  run(1 "minus-chunk.fxp is damaged: it gives its chunk a size of -1 bytes" preset load "${C}" "${S}/minus-chunk.fxp")
+  # A bank of six programs for a plug-in of four: the first four load, with a warning.
+  bytes("${SCRATCH}/six" "\\000\\000\\000\\006")
+  join("${SCRATCH}/six.fxb" "${SCRATCH}/bank-before-count" "${SCRATCH}/six" "${SCRATCH}/bank-after-count"
+       "${SCRATCH}/head3" "${SCRATCH}/values3" "${SCRATCH}/head3" "${SCRATCH}/values3")
+  run(0 "program names changed: 0 of 4.*six.fxb holds 6 programs and the plug-in has 4: only the first 4 are loaded"
+      bank load "${P}" "${S}/six.fxb")
+
+  # Saving: never onto the plug-in, and a failed save leaves the file as it was.
+  file(COPY_FILE "${plugin}" "${SCRATCH}/plug${SUFFIX}")
+  run(1 "is the plug-in" preset save "${S}/plug${SUFFIX}" "${S}/plug${SUFFIX}")
+  run(1 "is the plug-in" bank save "${S}/plug${SUFFIX}" "${S}/plug${SUFFIX}")
+  expect_same("${SCRATCH}/plug${SUFFIX}" "${plugin}")
+  file(COPY_FILE "${SCRATCH}/own.fxp" "${SCRATCH}/kept.fxp")
+  run(1 "no parameter named \"Nope\"" preset save "${P}" "${S}/own.fxp" -x Nope=1)
+  expect_same("${SCRATCH}/own.fxp" "${SCRATCH}/kept.fxp")
+  expect_no_leftovers()
 else()
   message(FATAL_ERROR "unknown scenario ${SCENARIO}")
 endif()

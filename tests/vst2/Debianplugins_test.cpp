@@ -9,27 +9,13 @@
 #include <memory>
 
 #include "tests/support/Testcomponents.h"
+#include "tests/vst2/Debianplugins.h"
 #include "vst2/Srvsthost.h"
 
 using namespace Quorvel;
 using namespace Quorvel::Testing;
 
 namespace {
-
-const char* const kPackages[] = {"dpf-plugins-vst", "dragonfly-reverb-vst", "lsp-plugins-vst"};
-
-std::vector<std::string> InstalledLibraries(const std::string& Package) {
-  std::vector<std::string> Files;
-  std::unique_ptr<FILE, int (*)(FILE*)> Pipe(popen(("dpkg-query -L " + Package + " 2>/dev/null").c_str(), "r"), pclose);
-  if (!Pipe) return Files;
-  char Line[4096];
-  while (std::fgets(Line, sizeof(Line), Pipe.get())) {
-    std::string F(Line);
-    while (!F.empty() && (F.back() == '\n' || F.back() == '\r')) F.pop_back();
-    if (F.size() > 3 && F.compare(F.size() - 3, 3, ".so") == 0) Files.push_back(F);
-  }
-  return Files;
-}
 
 // A mono 16-bit 440 Hz tone at half scale, sent in 441-sample buffers.
 class TToneSource : public TWBComponent {
@@ -98,7 +84,7 @@ TOutcome RunPlugIn(const std::string& Path) {
 
 TEST(DebianPlugIns, EveryInstalledLibraryLoadsProcessesAndUnloads) {
   size_t Libraries = 0, Loaded = 0, Processed = 0, Refused = 0;
-  for (const char* Package : kPackages) {
+  for (const auto& Package : DebianPlugInPackages()) {
     const auto Files = InstalledLibraries(Package);
     EXPECT_FALSE(Files.empty()) << Package << " is not installed (scripts/setup.sh installs it)";
     for (const auto& File : Files) {
