@@ -7,8 +7,8 @@ include(CMakePackageConfigHelpers)
 
 # Installed archives carry the package's name, so that they cannot clash
 # with other libraries in a shared lib folder.
-set(_qv_libs platform frame vst2 asio asio_convert media package)
-set(_qv_header_folders platform frame vst2 asio media package)
+set(_qv_libs platform frame vst2 vst3 asio asio_convert media package)
+set(_qv_header_folders platform frame vst2 vst3 asio media package)
 if(TARGET media_win32)
   list(APPEND _qv_libs media_win32)
 endif()

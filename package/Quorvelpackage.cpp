@@ -5,6 +5,7 @@
 #include "asio/Srasioaudiodevice.h"
 #include "media/Srrawlogger.h"
 #include "vst2/Srvsthost.h"
+#include "vst3/Srvst3host.h"
 #if QUORVEL_WINDOWS_UNITS
 #include "mastervolume/Srmastervolume.h"
 #include "media/Sraudiocompressor.h"
@@ -20,6 +21,7 @@ namespace {
 const TUnitInfo kUnits[] = {
     {"Srasioaudiodevice", "TSRASIOAudioDevice", &Srasioaudiodevice::RegisterPkg, &Srasioaudiodevice::UnregisterPkg},
     {"Srvsthost", "TSRVSTHost", &Srvsthost::RegisterPkg, &Srvsthost::UnregisterPkg},
+    {"Srvst3host", "TSRVST3Host", &Srvst3host::RegisterPkg, &Srvst3host::UnregisterPkg},
     {"Srrawlogger", "TSRRawLogger", &Srrawlogger::RegisterPkg, &Srrawlogger::UnregisterPkg},
 #if QUORVEL_WINDOWS_UNITS
     // The units over Windows-only system services exist only where the system has them.
@@ -30,6 +32,7 @@ const TUnitInfo kUnits[] = {
     {"Srdmoeffect", "TSRDMOEffect", &Srdmoeffect::RegisterPkg, &Srdmoeffect::UnregisterPkg},
 #endif
     {"Srvsteffectintf", nullptr, nullptr, nullptr},
+    {"Vst3hostintf", nullptr, nullptr, nullptr},
     {"Asiointerface", nullptr, nullptr, nullptr},
     {"Srasiodevice", nullptr, nullptr, nullptr},
     {"Srasiocallbackentries", nullptr, nullptr, nullptr},

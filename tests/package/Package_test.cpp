@@ -51,7 +51,7 @@ TEST(Package, SharedLibraryListsItsUnitsAndMakesComponentsByName) {
   EXPECT_EQ(UnitName(Units()), nullptr);
   EXPECT_EQ(ClassAt(Count()), nullptr);
 
-  for (const char* Name : {"TSRVSTHost", "TSRAudioFileSink", "TSRToneGenerator"}) {
+  for (const char* Name : {"TSRVSTHost", "TSRVST3Host", "TSRAudioFileSink", "TSRToneGenerator"}) {
     void* Component = Create(Name);
     ASSERT_NE(Component, nullptr) << Name;
     EXPECT_STREQ(ClassOf(Component), Name);
