@@ -8,7 +8,10 @@
 //     refused as a whole;
 //   - documents beyond MaxBytes, deeper than MaxDepth, with more than
 //     MaxElements elements or with a tag of more than MaxAttributes
-//     attributes are refused before they can exhaust memory or time.
+//     attributes are refused before they can exhaust memory or time;
+//   - so are documents whose encoding could hide tags from those checks:
+//     only 8-bit encodings that keep ASCII as it is (UTF-8, ISO-8859-x,
+//     windows-125x) and UTF-16 are read.
 // A refused or malformed document answers false; the handler may have seen
 // the elements before the fault and must then forget them.
 #pragma once

@@ -39,6 +39,20 @@ std::string Repeat(const std::string& Text, size_t Times) {
 
 using TNamedValues = std::vector<std::pair<std::string, std::string>>;
 
+// Text in 16-bit or 32-bit units (UTF-16 or UCS-4 for the characters used
+// here), without a byte-order mark.
+std::string Wide(const std::u16string& Text, size_t Width, bool BigEndian) {
+  std::string Out;
+  for (char16_t C : Text)
+    for (size_t Byte = 0; Byte < Width; ++Byte) {
+      const size_t Shift = 8 * (BigEndian ? Width - 1 - Byte : Byte);
+      Out += Shift < 16 ? char((C >> Shift) & 0xFF) : '\0';
+    }
+  return Out;
+}
+
+std::u16string Widened(const std::string& Ascii) { return std::u16string(Ascii.begin(), Ascii.end()); }
+
 const char* const kGrouped = R"(
   <ValueType name="OnOff"><Entry name="Off" value="0"/><Entry name="On" value="1"/></ValueType>
   <ValueType name="Empty"/>
@@ -220,6 +234,16 @@ TEST(VSTXMLParse, HostileAndMalformedDocumentsGiveNoStructure) {
   std::string ManyAttributes = "<Param id=\"0\"";
   for (int I = 0; I < 2000; ++I) ManyAttributes += " a" + std::to_string(I) + "=\"\"";
   ManyAttributes += "/>";
+  // The same tag with its attributes hidden from a count that follows
+  // quotes: an apostrophe in a comment before it; in UTF-16 and UCS-4, an
+  // attribute named by a character whose code unit holds an apostrophe byte
+  // (U+0127); in UTF-7, '=' written as "+AD0-".
+  const std::string ApostropheInComment = Structure("<!-- it's -->" + ManyAttributes);
+  const std::u16string ApostropheByte =
+      u"<VSTParametersStructure><Param \u0127=\"\"" + Widened(ManyAttributes.substr(6)) + u"</VSTParametersStructure>";
+  std::string EqualsInUtf7 = "<?xml version=\"1.0\" encoding=\"UTF-7\"?><VSTParametersStructure><Param";
+  for (int I = 0; I < 2000; ++I) EqualsInUtf7 += " a" + std::to_string(I) + "+AD0-\"\"";
+  EqualsInUtf7 += "/></VSTParametersStructure>";
 
   const std::vector<std::pair<const char*, std::string>> Documents = {
       {"wrong document element", "<VSTParameterStructure><Param name=\"x\" id=\"0\"/></VSTParameterStructure>"},
@@ -233,6 +257,10 @@ TEST(VSTXMLParse, HostileAndMalformedDocumentsGiveNoStructure) {
       {"document type in UTF-16", Utf16},
       {"nesting beyond the limit", Deep65},
       {"a tag with thousands of attributes", Structure(ManyAttributes)},
+      {"thousands of attributes after an apostrophe in a comment", ApostropheInComment},
+      {"thousands of attributes after an apostrophe byte in UTF-16", "\xFF\xFE" + Wide(ApostropheByte, 2, false)},
+      {"thousands of attributes after an apostrophe byte in UCS-4", Wide(ApostropheByte, 4, true)},
+      {"thousands of attributes in UTF-7", EqualsInUtf7},
       {"too many elements", Structure(Repeat("<Param id=\"0\"/>", (size_t(1) << 18) + 1))},
       {"binary", std::string("\0\x01\xFF<\x80", 5)},
       {"empty", ""},
@@ -248,6 +276,22 @@ TEST(VSTXMLParse, HostileAndMalformedDocumentsGiveNoStructure) {
   TSRVSTXMLParameterStructure S;
   std::string Error;
   EXPECT_TRUE(Parse(S, Deep64, &Error)) << "64 levels, the document element included, are allowed: " << Error;
+
+  // Documents in the encodings the checks read through are parsed (those
+  // both system readers know: Wine's XmlLite has no ISO-8859-1 and takes
+  // UTF-16 only little-endian).
+  const std::string Tag = "<Param name=\"x\" id=\"0\" label=\"L\"/>";
+  const std::vector<std::pair<const char*, std::string>> Readable = {
+      {"UTF-16 with a mark",
+       "\xFF\xFE" + Wide(u"<?xml version=\"1.0\" encoding=\"UTF-16\"?>" + Widened(Structure(Tag).substr(22)), 2, false)},
+      {"UTF-8 declared in lower case", "<?xml version='1.0' encoding='utf-8'?><VSTParametersStructure>" + Tag +
+                                           "</VSTParametersStructure>"},
+      {"UTF-8 with a mark", "\xEF\xBB\xBF" + Structure(Tag)},
+  };
+  for (const auto& [What, Document] : Readable) {
+    EXPECT_TRUE(Parse(S, Document, &Error)) << What << ": " << Error;
+    EXPECT_EQ(S.GetParams().size(), 1u) << What;
+  }
 
   // Beyond the size limit, refused before any parsing.
   std::string Huge = Structure(std::string(TSRVSTXMLParameterStructure::kMaxDocumentBytes, ' '));
