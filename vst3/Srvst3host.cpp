@@ -184,13 +184,13 @@ void TSRVST3Processor::Choose(TMatch Match) {
 }
 
 void TSRVST3Processor::SetID(const TGUID& Value) {
-  if (FClassInfo && FClassInfo->GetID() == Value) return;
+  if (GetID() == Value) return;  // with no class chosen the current identifier is the null one
   Choose([&Value](const TSRVST3ClassInfoRef& I) { return I->GetID() == Value; });
   FHost.PropertiesChanged();
 }
 
 void TSRVST3Processor::SetName(const std::string& Value) {
-  if (FClassInfo && FClassInfo->GetName() == Value) return;
+  if (GetName() == Value) return;  // with no class chosen the current name is empty
   Choose([&Value](const TSRVST3ClassInfoRef& I) { return I->GetName() == Value; });
 }
 

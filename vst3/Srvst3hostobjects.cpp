@@ -238,6 +238,7 @@ TResult TMemoryBStream::read(void* Buffer, int32_t NumBytes, int32_t* NumBytesRe
         Count = 0;
       }
     }
+    if (FCursor < 0) Count = 0;  // nothing lies before the start
     if (Count > 0 && Buffer && FMemory) std::memcpy(Buffer, FMemory + FCursor, size_t(Count));
     FCursor = AddClamped(FCursor, Count);
   } else {

@@ -244,10 +244,16 @@ TEST(Vst3hostobjects, MemoryStreamWritesButReadsNothingBack) {
   EXPECT_EQ(S->write(Data.data(), 10, &Done), kOk);
   EXPECT_EQ(Done, 0);
 
-  // An empty stream reads nothing either.
+  // An empty stream reads nothing either, from before its start neither.
   auto Empty = Make(new TMemoryBStream());
   EXPECT_EQ(Empty->read(Back.data(), 10, &Done), kOk);
   EXPECT_EQ(Done, 0);
+  EXPECT_EQ(Empty->seek(-10, kIBSeekSet, nullptr), kOk);
+  Done = -1;
+  EXPECT_EQ(Empty->read(Back.data(), 5, &Done), kOk);
+  EXPECT_EQ(Done, 0);
+  EXPECT_EQ(Empty->tell(&Pos), kOk);
+  EXPECT_EQ(Pos, -10);
 }
 
 TEST(Vst3hostobjects, MemoryStreamOverTheCallersMemoryNeverGrows) {
