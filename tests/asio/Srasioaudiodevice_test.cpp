@@ -388,7 +388,7 @@ TEST_F(AsioDeviceFaults, FailuresWhileRunningAndNonsenseFromTheDriver) {
     Device.Start();
     ADD_FAILURE() << "no exception";
   } catch (const EWBException& E) {
-    EXPECT_STREQ(E.what(), "Can't create buffers - Not enough memory for completing the request - 4294966302 - fffffc1e");
+    EXPECT_STREQ(E.what(), "Can't create buffers - Not enough memory for completing the request - 4294966302 - FFFFFC1E");
   }
   EXPECT_TRUE(Device.GetOpened());
   EXPECT_FALSE(Device.GetRunning());

@@ -175,7 +175,7 @@ TEST(WaveFormat, RecordsAndFormatChecks) {
 }
 
 TEST(Exception, UnhandledErrorTextCarriesCodeInDecimalAndHex) {
-  EXPECT_EQ(EWBException::FormatError("File x does not exist", -1), "File x does not exist - 4294967295 - ffffffff");
-  EXPECT_EQ(EWBException::FormatError("Can't start", -997), "Can't start - 4294966299 - fffffc1b");
-  EXPECT_EQ(EWBException::FormatError("", 255), " - 255 - ff");
+  EXPECT_EQ(EWBException::FormatError("File x does not exist", -1), "File x does not exist - 4294967295 - FFFFFFFF");
+  EXPECT_EQ(EWBException::FormatError("Can't start", -997), "Can't start - 4294966299 - FFFFFC1B");
+  EXPECT_EQ(EWBException::FormatError("", 255), " - 255 - FF");
 }

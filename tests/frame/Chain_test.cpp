@@ -197,7 +197,7 @@ TEST(Errors, ReachOnErrorAndRaiseWithTheExactText) {
     Tone.Start();
     FAIL() << "an unhandled error raises";
   } catch (const EWBException& E) {
-    EXPECT_STREQ(E.what(), "Invalid tone format - 4294967295 - ffffffff");
+    EXPECT_STREQ(E.what(), "Invalid tone format - 4294967295 - FFFFFFFF");
   }
   EXPECT_EQ(Sender, &Tone);
   EXPECT_EQ(Message, "Invalid tone format");

@@ -183,7 +183,7 @@ TEST(VstHost, EntryPointChoiceAndRefusedLibraries) {
     Bare.LoadPlugIn(Missing);
     ADD_FAILURE() << "expected EWBException";
   } catch (const EWBException& X) {
-    EXPECT_EQ(std::string(X.what()), "File " + Missing + " does not exist - 4294967295 - ffffffff");
+    EXPECT_EQ(std::string(X.what()), "File " + Missing + " does not exist - 4294967295 - FFFFFFFF");
   }
 }
 

@@ -419,7 +419,7 @@ TEST(Srvst3host, ModuleLevelFailures) {
       Raising.SetFileName(QV_TESTVST3_FAILENTRY);
       ADD_FAILURE() << "no exception";
     } catch (const EWBException& E) {
-      EXPECT_STREQ(E.what(), "Can't initialize plugin internally. - 4294967295 - ffffffff");
+      EXPECT_STREQ(E.what(), "Can't initialize plugin internally. - 4294967295 - FFFFFFFF");
     }
   }
   // Without an entry function the module opens all the same.
@@ -523,7 +523,7 @@ TEST(Srvst3host, CheckNamesEachResult) {
       Probe.Reset();
       Probe.Options(std::string("fail=setupProcessing,result=") + Code);
       char Expected[200];
-      std::snprintf(Expected, sizeof Expected, "Can't setup processing. - %s - %u - %x", Name.c_str(),
+      std::snprintf(Expected, sizeof Expected, "Can't setup processing. - %s - %u - %X", Name.c_str(),
                     static_cast<unsigned>(Value), static_cast<unsigned>(Value));
       try {
         Host.Open();
