@@ -190,33 +190,29 @@ void DescribeParameters(TSRVST3Host& Host, std::string& Out) {
   const int32_t Count = Host.GetParameterCount();
   Out += "parameters:  " + std::to_string(Count) + (Host.GetController() ? "" : " (no controller)") + "\n";
   if (Count == 0) return;
-  struct TRow {
-    std::vector<std::string> Cells;
-  };
-  std::vector<TRow> Rows;
-  Rows.push_back({{"id", "title", "short", "units", "steps", "default", "value", "display", "flags"}});
+  std::vector<std::vector<std::string>> Rows;
+  Rows.push_back({"id", "title", "short", "units", "steps", "default", "value", "display", "flags"});
   for (int32_t I = 0; I < Count; ++I) {
     const TSRVST3ParameterInfo& P = Host.GetParameterInfo(I);
     const double Value = Host.GetParameterValue(P.ID);
     std::vector<std::string> Flags;
     for (const auto& F : kParameterFlagNames)
       if (static_cast<uint32_t>(P.Flags) & F.Bit) Flags.push_back(F.Name);
-    Rows.push_back({{std::to_string(P.ID), OrDash(P.Title), OrDash(P.ShortTitle), OrDash(P.Units), Steps(P.StepCount),
-                     Number("%.4f", P.DefaultNormalizedValue), Number("%.4f", Value),
-                     OrDash(Host.GetParameterDisplay(P.ID, Value)), Join(Flags, "-")}});
+    Rows.push_back({std::to_string(P.ID), OrDash(P.Title), OrDash(P.ShortTitle), OrDash(P.Units), Steps(P.StepCount),
+                    Number("%.4f", P.DefaultNormalizedValue), Number("%.4f", Value),
+                    OrDash(Host.GetParameterDisplay(P.ID, Value)), Join(Flags, "-")});
   }
   // Columns as wide as their widest cell (names within reason), the last as it is.
   constexpr size_t kMaxColumn = 40;
-  std::vector<size_t> Widths(Rows[0].Cells.size(), 0);
+  std::vector<size_t> Widths(Rows[0].size(), 0);
   for (auto& R : Rows)
-    for (size_t C = 0; C < R.Cells.size(); ++C) {
-      if (R.Cells[C].size() > kMaxColumn) R.Cells[C] = R.Cells[C].substr(0, kMaxColumn - 3) + "...";
-      Widths[C] = std::max(Widths[C], R.Cells[C].size());
+    for (size_t C = 0; C < R.size(); ++C) {
+      if (R[C].size() > kMaxColumn) R[C] = R[C].substr(0, kMaxColumn - 3) + "...";
+      Widths[C] = std::max(Widths[C], R[C].size());
     }
   for (const auto& R : Rows) {
     std::string Line = " ";
-    for (size_t C = 0; C < R.Cells.size(); ++C)
-      Line += " " + (C + 1 < R.Cells.size() ? Padded(R.Cells[C], Widths[C]) + " " : R.Cells[C]);
+    for (size_t C = 0; C < R.size(); ++C) Line += " " + (C + 1 < R.size() ? Padded(R[C], Widths[C]) + " " : R[C]);
     Out += Line + "\n";
   }
 }
