@@ -139,6 +139,8 @@ class TProgressBar {
 
 // The commands; Args start after the command's name.
 int Info(const TArgs& Args);     // quorvel.cpp
+// A VST 3 module (a path ending in .vst3: file or bundle folder); -1 when Args name none.
+int InfoVst3(const TArgs& Args);  // Quorvelvst3info.cpp
 int Params(const TArgs& Args);    // Quorvelparams.cpp
 int Programs(const TArgs& Args);  // Quorvelparams.cpp
 int Preset(const TArgs& Args);    // Quorvelparams.cpp: preset save|load

@@ -1,5 +1,6 @@
 // The package's command-line host, built only from the package's components.
 //   quorvel info PLUGIN                 what a VST 2 plug-in is and offers
+//   quorvel info X.vst3                 what a VST 3 module is and offers (Quorvelvst3info.cpp)
 //   quorvel params|programs|preset|bank  its parameters, programs and files (Quorvelparams.cpp)
 //   quorvel process PLUGIN -i IN -o OUT  a WAV file through a plug-in (Quorvelprocess.cpp)
 //   quorvel demo                         the bundled test plug-in on a generated tone
@@ -63,6 +64,7 @@ std::string PinNames(TPWPinList& Pins) {
 }  // namespace
 
 int Cli::Info(const TArgs& Args) {
+  if (const int Rc = InfoVst3(Args); Rc >= 0) return Rc;
   TArgs Files;
   if (const int Rc = ParseOptions(Args, {}, Files, 1)) return Rc;
   if (Files.size() != 1) return Usage();
