@@ -136,8 +136,9 @@ int ProcessFile(const TArgs& Args) {
   const std::string SinkError = Sink.Close();
   if (!Reports.Empty()) return Fail(Reports.First());
   if (!Started)
-    return Fail((Warning.empty() ? "Can't start DMO " + Name : Warning) + ": it takes no type for " + PcmText(Info) +
-                (TypeIndex >= 0 ? " at type " + std::to_string(TypeIndex) : std::string()));
+    return Fail((Warning.empty() ? "Can't start DMO " + Name : Warning) +
+                ": it needs one input and one output stream, and to take " +
+                (TypeIndex >= 0 ? "its type " + std::to_string(TypeIndex) + " on both" : "a wave type for " + PcmText(Info)));
   if (!ReadError.empty()) return Fail(Input + ": " + ReadError);
   if (!SinkError.empty()) return Fail(SinkError);
 
