@@ -1,7 +1,6 @@
 // `quorvel acm`, `encode` and `decode`: the ACM codecs and their formats, and
 // WAV files through TSRAudioCompressor and TSRAudioDecompressor.
 //   quorvel acm list
-//   quorvel acm bench [-s SECONDS]
 //   quorvel encode -i IN.wav -o OUT.wav --format NAME [-q]
 //   quorvel decode -i IN -o OUT.wav [--format NAME] [-r RATE -c CHANNELS] [-q]
 // An encoded file is a WAV file whose format chunk is the codec's own record
@@ -10,14 +9,12 @@
 // data (as `quorvel log --format` writes it) when told its format.
 #include <algorithm>
 #include <cctype>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "frame/Srdemocomponents.h"
 #include "frame/Wbstreams.h"
 #include "media/Sraudiocompressor.h"
 #include "media/Sraudiodecompressor.h"
@@ -127,26 +124,7 @@ class TBlockSource : public TWBComponent {
   TSRPWAudioSourcePin FOutputPin;
 };
 
-// Counts the frames of the audio that reaches it.
-class TCountingSink : public TWBComponent {
- public:
-  TCountingSink() : TWBComponent(nullptr), FInputPin(*this, "Input") {}
-  ~TCountingSink() override { BeginDestroy(); }
-  TSRPWAudioSinkPin& GetInputPin() { return FInputPin; }
-  void SinkDispatch(TPWBasicPin*, TPWBasicPin*, TPWOperationID ID, TPWOperation& Operation,
-                    TPWNotifyStates& States) override {
-    States.Include(TPWNotifyState::pnsHandled);
-    if (ID == poidSuppliedBuffer)
-      if (const ISRAudioBuffer* B = static_cast<TPWSuppliedBufferOperation&>(Operation).GetAudioBuffer())
-        Frames += B->GetSamples();
-  }
-  uint64_t Frames = 0;
-
- private:
-  TSRPWAudioSinkPin FInputPin;
-};
-
-// ---- acm list, acm bench --------------------------------------------------------------
+// ---- acm list -------------------------------------------------------------------
 
 int List(const TArgs& Args) {
   TArgs None;
@@ -159,68 +137,6 @@ int List(const TArgs& Args) {
                 T.Codec.c_str());
   std::printf("formats (--format takes a short name, or the exact name after it):\n");
   for (const TNamedFormat& F : ListFormats()) std::printf("  %-12s %s\n", F.Short.c_str(), F.Exact.c_str());
-  return 0;
-}
-
-int Bench(const TArgs& Args) {
-  double Seconds = 10;
-  TArgs None;
-  if (const int Rc = ParseOptions(
-          Args,
-          {{"-s", true, [&](const std::string& V) { return ParseDouble(V, Seconds) && Seconds > 0 && Seconds <= 3600; },
-            "seconds of audio, above 0 and at most 3600"}},
-          None, 0))
-    return Rc;
-  constexpr uint32_t Rate = 8000;  // the rate every codec here offers (GSM 6.10 only this one)
-  std::printf("measurement, not a test: %.0f s of a 440 Hz tone, %u Hz mono 16-bit, through each codec and back;\n"
-              "real-time factor = audio seconds / seconds taken (higher is faster)\n",
-              Seconds, unsigned(Rate));
-  std::printf("  %-12s %-34s %10s %10s\n", "codec", "format", "seconds", "factor");
-  for (const TCodecName& Codec : CodecNames()) {
-    if (Codec.Tag == kTagPcm) continue;
-    std::vector<uint8_t> Format;
-    if (!FindCodecFormat(Codec.Name, Rate, 1, Format).empty()) {
-      std::printf("  %-12s (no %u Hz mono format installed)\n", Codec.Name, unsigned(Rate));
-      continue;
-    }
-    TReports Reports;
-    TSRToneGenerator Tone;
-    TSRAudioCompressor Compressor;
-    TSRAudioDecompressor Decompressor;
-    TCountingSink Sink;
-    for (TWBComponent* C : std::initializer_list<TWBComponent*>{&Tone, &Compressor, &Decompressor}) Reports.Attach(*C);
-    Tone.SetSampleRate(Rate);
-    Tone.SetChannels(1);
-    Tone.SetBits(16);
-    Tone.SetBlockSize(1024);
-    Compressor.GetAudioCompressions().Add()->SetFormat(Format);
-    Decompressor.GetDecompressions().Add()->SetFormat(Format);
-    Decompressor.GetAudioFormat().SetSampleRate(Rate);
-    Decompressor.GetAudioFormat().SetCountChannels(1);
-    Decompressor.GetAudioFormat().SetBits(16);
-    Tone.GetOutputPin().Connect(Compressor.GetInputPin());
-    Compressor.GetOutputPin().Connect(Decompressor.GetInputPin());
-    Decompressor.GetOutputPin().Connect(Sink.GetInputPin());
-    const size_t Blocks = size_t(Seconds * Rate / 1024 + 0.5);
-    const auto Begin = std::chrono::steady_clock::now();
-    Tone.Start();
-    const bool Compressing = Compressor.IsCompressing(), Decompressing = Decompressor.IsDecompressing();
-    if (Compressing && Decompressing) Tone.Generate(Blocks);
-    Tone.Stop();
-    const double Taken = std::chrono::duration<double>(std::chrono::steady_clock::now() - Begin).count();
-    const std::string Text = DescribeFormat(Format);
-    if (!Compressing || !Decompressing) {
-      std::printf("  %-12s %-34s (%s refused)\n", Codec.Name, Text.c_str(), Compressing ? "decoding" : "encoding");
-      continue;
-    }
-    if (!Reports.Empty() || Sink.Frames < Blocks * 1024 / 2) {
-      std::printf("  %-12s %-34s (failed: %s)\n", Codec.Name, Text.c_str(),
-                  Reports.Empty() ? "too little came back" : Reports.First().c_str());
-      continue;
-    }
-    const double Audio = double(Blocks * 1024) / Rate;
-    std::printf("  %-12s %-34s %10.3f %10.1f\n", Codec.Name, Text.c_str(), Taken, Taken > 0 ? Audio / Taken : 0.0);
-  }
   return 0;
 }
 
@@ -420,7 +336,6 @@ int Acm(const TArgs& Args) {
   if (Args.empty()) return Usage();
   const TArgs Rest(Args.begin() + 1, Args.end());
   if (Args[0] == "list") return List(Rest);
-  if (Args[0] == "bench") return Bench(Rest);
   return Usage();
 }
 

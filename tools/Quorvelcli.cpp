@@ -85,8 +85,6 @@ const char* const kUsage =
     "      default) or the DMO's type N on both sides; -x sets parameter I to V\n"
     "  quorvel acm list\n"
     "      the ACM codecs and their formats (Windows)\n"
-    "  quorvel acm bench [-s SECONDS]\n"
-    "      measures each codec's round trip as a real-time factor (not a test)\n"
     "  quorvel encode -i IN.wav -o OUT.wav --format NAME [-q]\n"
     "      a PCM WAV file into a WAV file of the codec's format (Windows)\n"
     "  quorvel decode -i IN -o OUT.wav [--format NAME] [-r RATE -c CHANNELS] [-q]\n"

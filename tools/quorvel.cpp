@@ -6,7 +6,7 @@
 //   quorvel asio list|info|run           ASIO drivers and a chain through one (Quorvelasio.cpp)
 //   quorvel volume list|get|set|watch    audio endpoint levels and meters (Quorvelvolume.cpp)
 //   quorvel dmo list|process             audio-effect DMOs (Quorveldmo.cpp)
-//   quorvel acm list|bench, encode, decode  ACM codecs (Quorvelacm.cpp)
+//   quorvel acm list, encode, decode     ACM codecs and WAV files through them (Quorvelacm.cpp)
 //   quorvel log                          a WAV file's samples through the raw logger (Quorvelmedia.cpp)
 #include <algorithm>
 #include <cmath>
