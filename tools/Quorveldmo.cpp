@@ -108,7 +108,8 @@ int ProcessFile(const TArgs& Args) {
   const Platform::TAudioFileInfo Info = Source.GetInfo();
   Effect.SetDmoName(Name);
   if (TypeIndex >= 0) {
-    // The number goes to the component as its type index, as its own format dialog does.
+    // Deliberately the DMO's own type index, as the component's format dialog
+    // hands its choice on: kept so that both name the same type.
     for (TSRDMOMediaType* Side : {&Effect.GetInputMediaType(), &Effect.GetOutputMediaType()}) {
       if (!Side->SetTypeIndex(static_cast<int32_t>(TypeIndex)))
         return Fail(Name + " has no " + (Side == &Effect.GetInputMediaType() ? "input" : "output") + " type " +
