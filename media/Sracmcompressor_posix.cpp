@@ -22,5 +22,6 @@ void TSRAcmCompressor::CloseCompressor() {}
 IWBDataBufferRef TSRAcmCompressor::CompressBuffer(const void*, size_t, bool) { return nullptr; }
 
 std::vector<TSRAcmFormat> EnumerateAcmFormats(uint16_t) { return {}; }
+std::vector<TSRAcmFormatTag> EnumerateAcmFormatTags() { return {}; }
 
 }  // namespace Quorvel

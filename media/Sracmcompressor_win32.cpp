@@ -104,9 +104,14 @@ IWBDataBufferRef TSRAcmCompressor::CompressBuffer(const void* Data, size_t Size,
 
 namespace {
 
-struct TEnumContext {
-  std::vector<TSRAcmFormat>* Formats;
-};
+std::string Narrow(const WCHAR* Text) {
+  const int N = WideCharToMultiByte(CP_UTF8, 0, Text, -1, nullptr, 0, nullptr, nullptr);
+  if (N <= 1) return std::string();
+  std::string S(size_t(N), '\0');
+  WideCharToMultiByte(CP_UTF8, 0, Text, -1, S.data(), N, nullptr, nullptr);
+  S.resize(size_t(N - 1));
+  return S;
+}
 
 BOOL CALLBACK AddFormat(HACMDRIVERID, LPACMFORMATDETAILSW Details, DWORD_PTR Instance, DWORD) noexcept {
   try {
@@ -117,12 +122,7 @@ BOOL CALLBACK AddFormat(HACMDRIVERID, LPACMFORMATDETAILSW Details, DWORD_PTR Ins
     TSRAcmFormat Format;
     Format.Format.assign(reinterpret_cast<const uint8_t*>(F), reinterpret_cast<const uint8_t*>(F) + Size);
     if (F->wFormatTag == WAVE_FORMAT_PCM) reinterpret_cast<WAVEFORMATEX*>(Format.Format.data())->cbSize = 0;
-    const int N = WideCharToMultiByte(CP_UTF8, 0, Details->szFormat, -1, nullptr, 0, nullptr, nullptr);
-    if (N > 1) {
-      Format.Name.resize(size_t(N));
-      WideCharToMultiByte(CP_UTF8, 0, Details->szFormat, -1, Format.Name.data(), N, nullptr, nullptr);
-      Format.Name.resize(size_t(N - 1));
-    }
+    Format.Name = Narrow(Details->szFormat);
     Formats.push_back(std::move(Format));
     return TRUE;
   } catch (...) {
@@ -130,7 +130,30 @@ BOOL CALLBACK AddFormat(HACMDRIVERID, LPACMFORMATDETAILSW Details, DWORD_PTR Ins
   }
 }
 
+BOOL CALLBACK AddFormatTag(HACMDRIVERID Driver, LPACMFORMATTAGDETAILSW Details, DWORD_PTR Instance, DWORD) noexcept {
+  try {
+    TSRAcmFormatTag Tag;
+    Tag.Tag = uint16_t(Details->dwFormatTag);
+    Tag.Name = Narrow(Details->szFormatTag);
+    ACMDRIVERDETAILSW Codec = {};
+    Codec.cbStruct = sizeof Codec;
+    if (acmDriverDetailsW(Driver, &Codec, 0) == MMSYSERR_NOERROR) Tag.Codec = Narrow(Codec.szLongName);
+    reinterpret_cast<std::vector<TSRAcmFormatTag>*>(Instance)->push_back(std::move(Tag));
+    return TRUE;
+  } catch (...) {
+    return FALSE;
+  }
+}
+
 }  // namespace
+
+std::vector<TSRAcmFormatTag> EnumerateAcmFormatTags() {
+  std::vector<TSRAcmFormatTag> Tags;
+  ACMFORMATTAGDETAILSW Details = {};
+  Details.cbStruct = sizeof Details;
+  acmFormatTagEnumW(nullptr, &Details, AddFormatTag, reinterpret_cast<DWORD_PTR>(&Tags), 0);
+  return Tags;
+}
 
 std::vector<TSRAcmFormat> EnumerateAcmFormats(uint16_t FormatTag) {
   std::vector<TSRAcmFormat> Formats;

@@ -112,4 +112,14 @@ struct TSRAcmFormat {
 // order. Empty where there is no ACM.
 std::vector<TSRAcmFormat> EnumerateAcmFormats(uint16_t FormatTag);
 
+// A format tag the installed ACM codecs handle, and the codec that does.
+struct TSRAcmFormatTag {
+  uint16_t Tag = 0;
+  std::string Name;   // the tag's name ("IMA ADPCM")
+  std::string Codec;  // the codec's long name
+};
+// [main thread] Every codec's format tags, in the codecs' order. Empty where
+// there is no ACM.
+std::vector<TSRAcmFormatTag> EnumerateAcmFormatTags();
+
 }  // namespace Quorvel

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Quorvel::Platform {
 
@@ -50,5 +51,19 @@ bool CheckWriterInfo(const TAudioFileInfo& Info, std::string& ErrorText);
 std::unique_ptr<TAudioFileReader> OpenAudioFileForReading(const std::string& FileName, std::string& ErrorText);
 std::unique_ptr<TAudioFileWriter> CreateAudioFile(const std::string& FileName, const TAudioFileInfo& Info,
                                                   std::string& ErrorText);
+
+// A WAV file of any encoding as its format record and its data bytes, for
+// codecs that make and take the bytes themselves: the format chunk holds the
+// codec's WAVEFORMATEX with its cbSize extra bytes, a "fact" chunk the sample
+// frames the data decodes to, then the data chunk. Windows only (mmio);
+// elsewhere both answer false.
+struct TEncodedWave {
+  std::vector<uint8_t> Format;  // at least the 18-byte header and its cbSize extra bytes
+  uint32_t SampleFrames = 0;    // 0 when a file read has no fact chunk
+  std::vector<uint8_t> Data;
+};
+bool WriteEncodedWave(const std::string& FileName, const TEncodedWave& Wave, std::string& ErrorText);
+// Reads the whole file; a PCM format chunk of 16 bytes is answered with cbSize 0.
+bool ReadEncodedWave(const std::string& FileName, TEncodedWave& Wave, std::string& ErrorText);
 
 }  // namespace Quorvel::Platform

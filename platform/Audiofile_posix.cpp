@@ -222,4 +222,14 @@ std::unique_ptr<TAudioFileWriter> CreateAudioFile(const std::string& FileName, c
   return std::make_unique<TSndfileWriter>(File, Info);
 }
 
+bool WriteEncodedWave(const std::string&, const TEncodedWave&, std::string& ErrorText) {
+  ErrorText = "encoded WAV files are written on Windows only";
+  return false;
+}
+
+bool ReadEncodedWave(const std::string&, TEncodedWave&, std::string& ErrorText) {
+  ErrorText = "encoded WAV files are read on Windows only";
+  return false;
+}
+
 }  // namespace Quorvel::Platform

@@ -360,4 +360,111 @@ std::unique_ptr<TAudioFileWriter> CreateAudioFile(const std::string& FileName, c
   return std::make_unique<TMmioWriter>(File, Info, Riff, Data);
 }
 
+namespace {
+
+// Largest format record read: the header and 64 KiB of extra bytes at most.
+constexpr uint32_t kMaxFormatRecord = 18 + 0xFFFF;
+const FOURCC kFact = mmioFOURCC('f', 'a', 'c', 't');
+
+bool WriteChunk(HMMIO File, FOURCC Id, const uint8_t* Body, uint64_t Size) {
+  MMCKINFO Chunk{};
+  Chunk.ckid = Id;
+  if (mmioCreateChunk(File, &Chunk, 0) != MMSYSERR_NOERROR) return false;
+  for (uint64_t At = 0; At < Size;) {
+    const LONG Count = LONG(std::min(Size - At, kMaxTransfer));
+    if (mmioWrite(File, reinterpret_cast<const char*>(Body + At), Count) != Count) return false;
+    At += uint64_t(Count);
+  }
+  return mmioAscend(File, &Chunk, 0) == MMSYSERR_NOERROR;
+}
+
+}  // namespace
+
+bool WriteEncodedWave(const std::string& FileName, const TEncodedWave& Wave, std::string& ErrorText) {
+  if (Wave.Format.size() < 18 || Wave.Format.size() != 18u + Le16(Wave.Format.data() + 16)) {
+    ErrorText = "the format record is not a WAVEFORMATEX with its extra bytes";
+    return false;
+  }
+  if (Wave.Data.size() > kMaxFileSize - 12 - 8 - Wave.Format.size() - 12 - 8) {
+    ErrorText = "WAV files of 2 GiB or more are not supported";
+    return false;
+  }
+  HMMIO File = OpenMmio(FileName, true, ErrorText);
+  if (!File) return false;
+  MMCKINFO Riff{};
+  Riff.fccType = kWave;
+  std::vector<uint8_t> Fact;
+  Put32(Fact, Wave.SampleFrames);
+  bool Ok = mmioCreateChunk(File, &Riff, MMIO_CREATERIFF) == MMSYSERR_NOERROR &&
+            WriteChunk(File, kFmt, Wave.Format.data(), Wave.Format.size()) &&
+            WriteChunk(File, kFact, Fact.data(), Fact.size()) &&
+            WriteChunk(File, kData, Wave.Data.data(), Wave.Data.size()) &&
+            mmioAscend(File, &Riff, 0) == MMSYSERR_NOERROR;
+  Ok = mmioClose(File, 0) == MMSYSERR_NOERROR && Ok;
+  if (!Ok) ErrorText = "cannot write " + FileName;
+  return Ok;
+}
+
+bool ReadEncodedWave(const std::string& FileName, TEncodedWave& Wave, std::string& ErrorText) {
+  HMMIO File = OpenMmio(FileName, false, ErrorText);
+  if (!File) return false;
+  struct TCloser {
+    HMMIO F;
+    ~TCloser() { mmioClose(F, 0); }
+  } Closer{File};
+  const LONG FileSize = mmioSeek(File, 0, SEEK_END);
+  MMCKINFO Riff{};
+  if (FileSize < 12 || mmioSeek(File, 0, SEEK_SET) != 0 || mmioDescend(File, &Riff, nullptr, 0) != MMSYSERR_NOERROR ||
+      Riff.ckid != FOURCC_RIFF || Riff.fccType != kWave) {
+    ErrorText = "not a WAV file (no RIFF WAVE header)";
+    return false;
+  }
+  const uint64_t End = uint64_t(FileSize);
+  Wave = TEncodedWave();
+  for (uint64_t At = uint64_t(Riff.dwDataOffset) + 4; At + 8 <= End;) {
+    MMCKINFO Chunk{};
+    if (mmioSeek(File, LONG(At), SEEK_SET) != LONG(At) || mmioDescend(File, &Chunk, nullptr, 0) != MMSYSERR_NOERROR)
+      break;
+    const uint64_t BodyEnd = uint64_t(Chunk.dwDataOffset) + Chunk.cksize;
+    const uint64_t Available = std::min(BodyEnd, End) - Chunk.dwDataOffset;
+    if (Chunk.ckid == kFmt && Wave.Format.empty()) {
+      std::vector<uint8_t> Body(size_t(std::min<uint64_t>(Available, kMaxFormatRecord)));
+      if (Chunk.cksize < 16 || Body.size() < 16 ||
+          mmioRead(File, reinterpret_cast<HPSTR>(Body.data()), LONG(Body.size())) != LONG(Body.size())) {
+        ErrorText = "the WAV file's format chunk is too short";
+        return false;
+      }
+      // A plain PCM chunk stops before cbSize.
+      if (Body.size() < 18) Body.resize(18, 0);
+      const size_t Record = 18u + Le16(Body.data() + 16);
+      if (Body.size() < Record) {
+        ErrorText = "the WAV file's format chunk is shorter than its extra bytes say";
+        return false;
+      }
+      Body.resize(Record);
+      Wave.Format = std::move(Body);
+    } else if (Chunk.ckid == kFact && Available >= 4) {
+      uint8_t Body[4];
+      if (mmioRead(File, reinterpret_cast<HPSTR>(Body), 4) == 4) Wave.SampleFrames = Le32(Body);
+    } else if (Chunk.ckid == kData) {
+      if (Wave.Format.empty()) break;
+      // A data chunk claiming more than the file holds (an unfinished recording) yields what is there.
+      Wave.Data.resize(size_t(Available));
+      for (uint64_t Done = 0; Done < Available;) {
+        const LONG Count = LONG(std::min(Available - Done, kMaxTransfer));
+        if (mmioRead(File, reinterpret_cast<HPSTR>(Wave.Data.data() + Done), Count) != Count) {
+          ErrorText = "cannot read the WAV file's data";
+          return false;
+        }
+        Done += uint64_t(Count);
+      }
+      ErrorText.clear();
+      return true;
+    }
+    At = BodyEnd + (Chunk.cksize & 1);
+  }
+  ErrorText = Wave.Format.empty() ? "the WAV file has no format chunk" : "the WAV file has no data chunk";
+  return false;
+}
+
 }  // namespace Quorvel::Platform

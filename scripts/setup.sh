@@ -37,8 +37,18 @@ for p in "${packages[@]}"; do
   [[ "$status" == "install ok installed" ]] || missing+=("$p")
 done
 
-if [[ ${#missing[@]} -eq 0 ]]; then
-  echo "setup: all ${#packages[@]} packages are installed"
+# Google Benchmark for the Windows build: Debian has no MinGW build of it, so
+# the source package of the libbenchmark-dev release installed is unpacked
+# into /usr/src/benchmark (as googletest's sources sit in /usr/src/googletest)
+# and the Windows build compiles it. The source index is fetched with a
+# private copy of the system's Debian source list, its type changed to
+# deb-src, so that the system's own apt configuration stays as it is.
+benchmark_src=/usr/src/benchmark
+need_benchmark_src=0
+[[ -f $benchmark_src/CMakeLists.txt ]] || need_benchmark_src=1
+
+if [[ ${#missing[@]} -eq 0 && $need_benchmark_src == 0 ]]; then
+  echo "setup: all ${#packages[@]} packages and the Google Benchmark sources are installed"
   exit 0
 fi
 
@@ -47,16 +57,46 @@ if [[ $(id -u) -eq 0 ]]; then
 elif command -v sudo >/dev/null 2>&1; then
   as_root=(sudo)
 else
-  echo "setup: these packages are missing and I am neither root nor have sudo:" >&2
-  echo "  ${missing[*]}" >&2
+  echo "setup: these are missing and I am neither root nor have sudo:" >&2
+  echo "  ${missing[*]} $([[ $need_benchmark_src == 1 ]] && echo "$benchmark_src")" >&2
   exit 1
 fi
 
-echo "setup: installing ${missing[*]}"
 apt_options=(-o Acquire::Retries=3 -o DPkg::Lock::Timeout=300)
-"${as_root[@]}" apt-get "${apt_options[@]}" update
-"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-  apt-get "${apt_options[@]}" install -y --no-install-recommends "${missing[@]}"
+if [[ ${#missing[@]} -gt 0 ]]; then
+  echo "setup: installing ${missing[*]}"
+  "${as_root[@]}" apt-get "${apt_options[@]}" update
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get "${apt_options[@]}" install -y --no-install-recommends "${missing[@]}"
+fi
+
+# Without them the Windows build only has no benchmark programs: a warning.
+fetch_benchmark_sources() {
+  local list=/etc/apt/sources.list.d/debian.sources work version rc=0
+  [[ -f $list ]] || { echo "setup: warning: no $list to take the Debian source list from" >&2; return 1; }
+  version=$(dpkg-query -W -f='${Version}' libbenchmark-dev) || return 1
+  work=$(mktemp -d) || return 1
+  mkdir -p "$work/parts" "$work/lists/partial" "$work/get"
+  sed 's/^Types: deb$/Types: deb-src/' "$list" > "$work/parts/debian.sources"
+  local apt_src=("${apt_options[@]}" -o Dir::Etc::SourceList=/dev/null -o Dir::Etc::SourceParts="$work/parts"
+                 -o Dir::State::Lists="$work/lists" -o APT::Sandbox::User=root)
+  if apt-get "${apt_src[@]}" -qq update &&
+     (cd "$work/get" && apt-get "${apt_src[@]}" -qq source --download-only "benchmark=$version") &&
+     tar -xzf "$work"/get/benchmark_*.orig.tar.gz -C "$work/get" &&
+     [[ -f $(echo "$work"/get/benchmark-*/CMakeLists.txt) ]]; then
+    "${as_root[@]}" mkdir -p "$benchmark_src" &&
+      "${as_root[@]}" cp -R "$(dirname "$(echo "$work"/get/benchmark-*/CMakeLists.txt)")/." "$benchmark_src/" || rc=1
+  else
+    rc=1
+  fi
+  rm -rf "$work"
+  return "$rc"
+}
+if [[ $need_benchmark_src == 1 ]]; then
+  echo "setup: fetching the Google Benchmark sources of libbenchmark-dev for the Windows build"
+  fetch_benchmark_sources ||
+    echo "setup: warning: no Google Benchmark sources in $benchmark_src; the Windows build makes no benchmarks" >&2
+fi
 
 # What the build and the tests call must now be there.
 for tool in cmake ninja g++ clang x86_64-w64-mingw32-g++-posix x86_64-w64-mingw32-windres \

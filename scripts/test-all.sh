@@ -5,8 +5,9 @@
 #      win64: configure, build and run the tests with the CMake presets (the
 #      win64 tests run under Wine through scripts/wine-run; linux-fuzz builds
 #      the libFuzzer targets with clang and runs each for 30 s on its corpus)
-#   3. runs the benchmark programs of build/linux-release/bench once, briefly,
-#      so that their ratios appear in the log
+#   3. runs the benchmark programs of build/linux-release/bench and
+#      build/win64/bench (under Wine) once, briefly, so that their ratios
+#      appear in the log
 # and ends with a summary of the stages and their times. Exits non-zero when
 # any stage failed; a preset whose configuration or build failed skips its
 # later stages, the other presets still run.
@@ -68,6 +69,18 @@ run_benchmarks() {
   return "$rc"
 }
 
+# The Windows build's benchmarks (units only Windows has), under Wine.
+run_windows_benchmarks() {
+  local exe rc=0
+  for exe in "$root"/build/win64/bench/*.exe; do
+    [[ -f "$exe" ]] || continue
+    echo "---- $(basename "$exe") (Wine)"
+    "$root/scripts/wine-run" --prefix-dir "$root/build/win64/wine" "$exe" --benchmark_min_time=0.05 ||
+      { echo "$(basename "$exe") failed" >&2; rc=1; }
+  done
+  return "$rc"
+}
+
 stop_wine() {
   if [[ -d "$root/build/win64/wine" ]]; then
     "$root/scripts/wine-run" --prefix-dir "$root/build/win64/wine" --shutdown
@@ -78,14 +91,19 @@ trap stop_wine EXIT
 
 if stage setup bash "$root/scripts/setup.sh"; then
   release_built=0
+  win64_built=0
   for preset in "${presets[@]}"; do
     stage "$preset configure" cmake --preset "$preset" &&
       stage "$preset build" cmake --build --preset "$preset" -j2 &&
       { [[ $preset != linux-release ]] || release_built=1; } &&
+      { [[ $preset != win64 ]] || win64_built=1; } &&
       stage "$preset test" run_tests "$preset"
   done
   if [[ $release_built == 1 && -d build/linux-release/bench ]]; then
     stage "benchmarks" run_benchmarks
+  fi
+  if [[ $win64_built == 1 ]] && compgen -G "build/win64/bench/*.exe" >/dev/null; then
+    stage "benchmarks (Windows)" run_windows_benchmarks
   fi
 fi
 

@@ -80,7 +80,25 @@ const char* const kUsage =
     "  quorvel volume watch [DEVICE] [-s SECONDS] [-c CHANNELS] [-i MS]\n"
     "      levels and peak meters, redrawn in place on a terminal (plain lines\n"
     "      otherwise) every -i milliseconds (default 100) for -s seconds (default:\n"
-    "      until interrupted); -c 1 shows the master level, more one per channel\n";
+    "      until interrupted); -c 1 shows the master level, more one per channel\n"
+    "  quorvel dmo list\n"
+    "      the audio-effect DMOs and the input and output types of each (Windows)\n"
+    "  quorvel dmo process NAME -i IN.wav -o OUT.wav [--type N | --auto] [-x I=V]... [-q]\n"
+    "      a WAV file through a DMO; types chosen against the file (--auto, the\n"
+    "      default) or the DMO's type N on both sides; -x sets parameter I to V\n"
+    "  quorvel acm list\n"
+    "      the ACM codecs and their formats (Windows)\n"
+    "  quorvel encode -i IN.wav -o OUT.wav --format NAME [-q]\n"
+    "      a PCM WAV file into a WAV file of the codec's format (Windows)\n"
+    "  quorvel decode -i IN -o OUT.wav [--format NAME] [-r RATE -c CHANNELS] [-q]\n"
+    "      an encoded WAV file, or headerless data of the named format, into\n"
+    "      16-bit PCM (Windows)\n"
+    "  quorvel log -i IN.wav -o OUT.raw [--format NAME] [-q]\n"
+    "      the file's samples through the raw logger, as bare bytes: its PCM, or\n"
+    "      with --format what the codec makes of it (Windows)\n"
+    "  format NAMEs: ima-adpcm, ms-adpcm, alaw, mulaw, gsm610, mpeg-layer3 (the\n"
+    "      codec's format at the file's rate and channels), or an exact name as\n"
+    "      quorvel acm list prints it\n";
 
 }  // namespace
 

@@ -149,6 +149,11 @@ int Demo(const TArgs& Args);     // quorvel.cpp
 int Process(const TArgs& Args);  // Quorvelprocess.cpp
 int Asio(const TArgs& Args);     // Quorvelasio.cpp
 int Volume(const TArgs& Args);   // Quorvelvolume.cpp (Windows), Quorvelvolume_posix.cpp
+int Dmo(const TArgs& Args);      // Quorveldmo.cpp (Windows), Quorvelmedia_posix.cpp
+int Acm(const TArgs& Args);      // Quorvelacm.cpp (Windows), Quorvelmedia_posix.cpp
+int Encode(const TArgs& Args);   // Quorvelacm.cpp (Windows), Quorvelmedia_posix.cpp
+int Decode(const TArgs& Args);   // Quorvelacm.cpp (Windows), Quorvelmedia_posix.cpp
+int Log(const TArgs& Args);      // Quorvelmedia.cpp
 int RunDocument(const TArgs& Args);     // Quorvelrun.cpp
 int ListComponents(const TArgs& Args);  // Quorvelrun.cpp
 // Installs the drivers bundled with the program where ASIOGetDriverNames

@@ -6,6 +6,9 @@
 //   quorvel demo                         the bundled test plug-in on a generated tone
 //   quorvel asio list|info|run           ASIO drivers and a chain through one (Quorvelasio.cpp)
 //   quorvel volume list|get|set|watch    audio endpoint levels and meters (Quorvelvolume.cpp)
+//   quorvel dmo list|process             audio-effect DMOs (Quorveldmo.cpp)
+//   quorvel acm list, encode, decode     ACM codecs and WAV files through them (Quorvelacm.cpp)
+//   quorvel log                          a WAV file's samples through the raw logger (Quorvelmedia.cpp)
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -224,6 +227,11 @@ int main(int Argc, char** Argv) {
     if (Command == "process") return Cli::Process(Args);
     if (Command == "asio") return Cli::Asio(Args);
     if (Command == "volume") return Cli::Volume(Args);
+    if (Command == "dmo") return Cli::Dmo(Args);
+    if (Command == "acm") return Cli::Acm(Args);
+    if (Command == "encode") return Cli::Encode(Args);
+    if (Command == "decode") return Cli::Decode(Args);
+    if (Command == "log") return Cli::Log(Args);
     if (Command == "run") return Cli::RunDocument(Args);
     if (Command == "components") return Cli::ListComponents(Args);
     if (Command == "-h" || Command == "--help" || Command == "help") {
