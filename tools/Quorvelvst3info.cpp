@@ -78,7 +78,7 @@ std::string FactoryFlagNames(const TSRVST3FactoryFlags& Flags) {
 }
 
 std::string ClassFlagNames(const TSRVST3ClassInfo& Info) {
-  const uint32_t Flags = Info.GetFlags();
+  const uint32_t Flags = Info.GetFlags().Mask();
   std::vector<std::string> Set;
   if (Flags & kClassDistributable) Set.push_back("Distributable");
   if (Flags & kClassSimpleModeSupported) Set.push_back("SimpleModeSupported");

@@ -46,6 +46,14 @@ enum class TSRVST3FactoryFlag {
 };
 using TSRVST3FactoryFlags = TSet<TSRVST3FactoryFlag>;
 
+// A class's flags from the extended class record, bit N as member N; the
+// bits without a name here stay in the set as they came.
+enum class TSRVST3ClassFlag {
+  vst3cfDistributable,        // published 1
+  vst3cfSimpleModeSupported   // published 2
+};
+using TSRVST3ClassFlags = TSet<TSRVST3ClassFlag>;
+
 struct TSRVST3FactoryInfo {
   std::string Vendor;
   std::string URL;
@@ -68,7 +76,7 @@ class TSRVST3ClassInfo {
   virtual std::string GetVersion() const { return {}; }
   virtual std::string GetSdkVersion() const { return {}; }
   virtual std::string GetSubCategories() const { return {}; }
-  virtual uint32_t GetFlags() const { return 0; }
+  virtual TSRVST3ClassFlags GetFlags() const { return {}; }
 
  protected:
   TGUID FID = Vst3hostintf::kNullUID;
@@ -85,7 +93,7 @@ class TSRVST3ProcessorInfo2 final : public TSRVST3ClassInfo {
   std::string GetVersion() const override { return FVersion; }
   std::string GetSdkVersion() const override { return FSdkVersion; }
   std::string GetSubCategories() const override { return FSubCategories; }
-  uint32_t GetFlags() const override { return FFlags; }
+  TSRVST3ClassFlags GetFlags() const override { return TSRVST3ClassFlags::FromMask(FFlags); }
 
  private:
   uint32_t FFlags;

@@ -239,7 +239,7 @@ TEST(Srvst3host, ClassListAndChoiceByIDNameAndClassInfo) {
     EXPECT_EQ(Info->GetVersion(), T3::kClassVersion);
     EXPECT_EQ(Info->GetSdkVersion(), T3::kSdkVersion);
     EXPECT_EQ(Info->GetSubCategories(), T3::kSubCategories);
-    EXPECT_EQ(Info->GetFlags(), 1u);
+    EXPECT_TRUE(Info->GetFlags() == TSRVST3ClassFlags{TSRVST3ClassFlag::vst3cfDistributable});
     EXPECT_EQ(Info->GetCardinality(), kManyInstances);
     EXPECT_NE(dynamic_cast<const TSRVST3ProcessorInfo2*>(Info.get()), nullptr);
   }
@@ -352,7 +352,7 @@ TEST(Srvst3host, PlainFactoryGivesPlainClassInformation) {
   EXPECT_EQ(Info->GetVendor(), "");
   EXPECT_EQ(Info->GetVersion(), "");
   EXPECT_EQ(Info->GetSdkVersion(), "");
-  EXPECT_EQ(Info->GetFlags(), 0u);
+  EXPECT_TRUE(Info->GetFlags().Empty());
   EXPECT_EQ(dynamic_cast<const TSRVST3ProcessorInfo2*>(Info.get()), nullptr);
   EXPECT_GE(Probe.Count("Factory.getClassInfo 0"), 1u);
   EXPECT_EQ(Probe.Count("Factory.getClassInfo2 0"), 0u);
