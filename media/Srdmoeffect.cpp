@@ -275,6 +275,10 @@ class TCBDMOFilter {
   bool Ready = false;
   WAVEFORMATEX InFormat{}, OutFormat{};
   TMediaBufferOver InBuffer, OutBuffer;
+  // The input block's bytes as the DMO sees them: a DMO may keep the input
+  // buffer past ProcessInput, so it points into memory the effect owns rather
+  // than into the incoming block, which its sender may free or reuse.
+  std::vector<BYTE> InCopy;
   ISRAudioBufferRef Output;
 };
 
@@ -608,7 +612,9 @@ void TSRDMOEffect::InternalOperation(ISRAudioBuffer& InBuffer, ISRAudioBufferRef
   TCBDMOFilter& F = *FFilter;
   SendOutput = false;
   if (!F.Ready || InBuffer.GetSize() == 0 || InBuffer.GetSize() > 0x7FFFFFFF) return;
-  F.InBuffer.Reset(InBuffer.GetData(), DWORD(InBuffer.GetSize()), DWORD(InBuffer.GetSize()));
+  if (F.InCopy.size() < InBuffer.GetSize()) F.InCopy.resize(InBuffer.GetSize());  // grows only for a longer block
+  std::memcpy(F.InCopy.data(), InBuffer.GetData(), InBuffer.GetSize());
+  F.InBuffer.Reset(F.InCopy.data(), DWORD(InBuffer.GetSize()), DWORD(InBuffer.GetSize()));
   if (FAILED(F.MediaObject->ProcessInput(0, &F.InBuffer, DMO_INPUT_DATA_BUFFERF_SYNCPOINT, 0, 0))) return;
 
   // Room for the input's length at the output's rate, and some more.
