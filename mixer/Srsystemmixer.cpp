@@ -587,7 +587,7 @@ void TSRSystemMixer::DoControlUpdate(uint32_t ControlID) {
 // ---- association -----------------------------------------------------------
 
 void TSRSystemMixerAssociation::Write(TWBWriter& Writer, const TSRSystemMixerControl* Control) {
-  Writer.WriteListBegin();
+  // The filer's value of what is written is the list itself.
   if (Control) {
     Writer.WriteInteger(static_cast<int64_t>(Control->GetDestinationType()));
     Writer.WriteInteger(static_cast<int64_t>(Control->GetConnectionType()));
@@ -596,21 +596,13 @@ void TSRSystemMixerAssociation::Write(TWBWriter& Writer, const TSRSystemMixerCon
     Writer.WriteString(Control->GetShortName());
     Writer.WriteInteger(Control->GetIndex());
   }
-  Writer.WriteListEnd();
 }
 
 bool TSRSystemMixerAssociation::Read(TWBReader& Reader) {
-  if (!Reader.ReadListBegin()) return false;
   int64_t Dst = 0, Con = 0, Cat = 0, Ctl = 0, Index = 0;
   std::string Name;
   const bool Full = Reader.ReadInteger(Dst) && Reader.ReadInteger(Con) && Reader.ReadInteger(Cat) &&
                     Reader.ReadInteger(Ctl) && Reader.ReadString(Name) && Reader.ReadInteger(Index);
-  while (!Reader.EndOfList()) {
-    int64_t Skip = 0;
-    std::string SkipText;
-    if (!Reader.ReadInteger(Skip) && !Reader.ReadString(SkipText)) break;
-  }
-  Reader.ReadListEnd();
   const auto InRange = [](int64_t V, auto Last) { return V >= 0 && V <= static_cast<int64_t>(Last); };
   if (!Full || !InRange(Dst, TLine::mltSrcWaveOut) || !InRange(Con, TLine::mltSrcWaveOut) ||
       !InRange(Cat, TCat::mctTime) || !InRange(Ctl, TCtl::smcUnknown) || Index < GInt32Min || Index > GInt32Max)
