@@ -478,10 +478,11 @@ TSRSystemMixer::~TSRSystemMixer() {
 }
 
 void TSRSystemMixer::SetDevice(const TSRSystemMixerDevice& Value) {
+  if (&Value == &FDevice) return;
   FDevice.GetAlternativeDevices().Clear();
-  for (size_t I = 0; I < const_cast<TSRSystemMixerDevice&>(Value).GetAlternativeDevices().Count(); ++I)
-    FDevice.GetAlternativeDevices().Add()->SetDeviceName(
-        const_cast<TSRSystemMixerDevice&>(Value).GetAlternativeDevices().Get(I)->GetDeviceName());
+  const auto& From = Value.GetAlternativeDevices();
+  for (size_t I = 0; I < From.Count(); ++I)
+    FDevice.GetAlternativeDevices().Add()->SetDeviceName(From.Get(I)->GetDeviceName());
   FDevice.SetName(Value.GetName());
 }
 

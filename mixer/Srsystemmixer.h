@@ -312,6 +312,7 @@ class TSRSystemMixerDevice : public TWBPersistent {
   const std::string& GetOpenedName() const { return FOpenedName; }
   void SetOpenedName(const std::string& Value) { FOpenedName = Value; }
   TWBCollection<TSRSystemMixerDeviceItem>& GetAlternativeDevices() { return FAlternativeDevices; }
+  const TWBCollection<TSRSystemMixerDeviceItem>& GetAlternativeDevices() const { return FAlternativeDevices; }
 
   // [main thread] The product names of all mixer devices, in device order.
   std::vector<std::string> GetDeviceList() const;
@@ -347,6 +348,8 @@ class TSRSystemMixer : public TWBComponent {
   ~TSRSystemMixer() override;
 
   TSRSystemMixerDevice& GetDevice() { return FDevice; }
+  // [main thread] Takes the alternatives and then the name of Value (which
+  // chooses the device).
   void SetDevice(const TSRSystemMixerDevice& Value);
 
   // ---- the open device [main thread] ----

@@ -436,6 +436,12 @@ TEST_F(SystemMixerTest, TheDeviceIsChosenByNameThenByAlternatives) {
   EXPECT_EQ(Copy.GetMixerId(), 0);
   Copy.GetDevice().CloseDevice();
   EXPECT_EQ(Copy.GetMixerId(), -1);
+
+  // Assigning a device description takes its alternatives before its name.
+  TSRSystemMixer Third;
+  Third.SetDevice(Mixer.GetDevice());
+  EXPECT_EQ(Third.GetDevice().GetAlternativeDevices().Count(), 1u);
+  EXPECT_EQ(Third.GetMixerId(), 1);
 }
 
 }  // namespace
