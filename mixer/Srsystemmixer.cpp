@@ -466,7 +466,11 @@ void TSRSystemMixerDevice::CloseDevice() { FMixer.Close(); }
 
 // ---- the mixer -------------------------------------------------------------
 
-TSRSystemMixer::TSRSystemMixer(TWBComponent* Owner) : TWBComponent(Owner), FDevice(*this) {
+TSRSystemMixer::TSRSystemMixer(TWBComponent* Owner)
+    : TWBComponent(Owner),
+      FDevice(*this),
+      FControlPinGroups(std::make_unique<TSRSystemMixerControlPinGroups>(*this)),
+      FControlGroups(std::make_unique<TSRSystemMixerControlGroups>(*this)) {
   FWindow = std::make_unique<TMixerNotifyWindow>(
       [this](uint32_t Message, uintptr_t WParam, intptr_t LParam) { return HandleMessage(Message, WParam, LParam); });
 }
@@ -474,6 +478,8 @@ TSRSystemMixer::TSRSystemMixer(TWBComponent* Owner) : TWBComponent(Owner), FDevi
 TSRSystemMixer::~TSRSystemMixer() {
   BeginDestroy();
   Close();
+  FControlGroups.reset();  // each item takes its pin out of its list
+  FControlPinGroups.reset();
   FWindow.reset();
 }
 
@@ -560,7 +566,7 @@ void TSRSystemMixer::SetMixerId(int32_t Id) {
     if (Api.GetLineInfo(FHandle, Line, LineInfoByDestination) == MmNoError)
       FLines.push_back(std::make_unique<TSRSystemMixerLine>(*this, Line));
   }
-  if (FPopulate) FPopulate();
+  FControlGroups->PopulateConnections();
 }
 
 bool TSRSystemMixer::FindLineByType(TSRSystemMixerLineType Type, TSRSystemMixerLine*& Line) const {
@@ -633,7 +639,9 @@ const TWBClassInfo& TSRSystemMixer::ClassInfo() {
   using C = TSRSystemMixer;
   static const TWBClassInfo Info =
       MakeClassInfo("TSRSystemMixer", &TWBComponent::ClassInfo(),
-                    {Group("Device", &C::GetDevice, TSRSystemMixerDevice::ClassInfo())}, Factory<TSRSystemMixer>());
+                    {Group("Device", &C::GetDevice, TSRSystemMixerDevice::ClassInfo()),
+                     Group("ControlGroups", &C::GetControlGroups, TSRSystemMixerControlGroups::ClassInfo())},
+                    Factory<TSRSystemMixer>());
   return Info;
 }
 

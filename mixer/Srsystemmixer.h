@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "frame/Pwpins.h"
+#include "frame/Pwvaluepins.h"
 #include "frame/Wbcollection.h"
 #include "frame/Wbcomponent.h"
 #include "frame/Wbpersistence.h"
@@ -329,6 +331,265 @@ class TSRSystemMixerDevice : public TWBPersistent {
   TWBCollection<TSRSystemMixerDeviceItem> FAlternativeDevices;
 };
 
+// An item's stored association: where its control was, to find it again.
+struct TSRSystemMixerAssociation {
+  bool Loaded = false;
+  TSRSystemMixerLineType DestinationType = TSRSystemMixerLineType::mltDstDigital;
+  TSRSystemMixerLineType ConnectionType = TSRSystemMixerLineType::mltDstDigital;
+  TSRSystemMixerControlCategory Category = TSRSystemMixerControlCategory::mctUnknown;
+  TSRSystemMixerControlType ControlType = TSRSystemMixerControlType::smcBass;
+  std::string ShortName;
+  int32_t Index = 0;
+
+  // The "Association" list of a bound control: four ordinals (destination
+  // type, connection type, category, control type), the short name, the
+  // index. Nothing for no control.
+  static void Write(TWBWriter& Writer, const TSRSystemMixerControl* Control);
+  // Reads such a list: false for an empty list (the item unbinds), true
+  // with Loaded set for a full one. A malformed list reads as empty.
+  bool Read(TWBReader& Reader);
+  // The control it names in Mixer (searched with Category), or null.
+  TSRSystemMixerControl* Find(const TSRSystemMixer& Mixer, TSRSystemMixerControlCategory Category) const;
+};
+
+
+// ---- collection items: one control each, bound to a pin ---------------------
+
+class TSRSystemMixerControlPinGroups;
+
+// The base of the items. It binds a control (not owned), keeps the stored
+// association its control is found again by, and owns one pin in the
+// mixer's pin list of its kind. Values are read and written under the
+// item's lock; binding happens on the main thread.
+class TSRSystemMixerCollectionItem : public TLockCollectionItem, public ISRSystemMixerControlClient {
+ public:
+  // PinCategory: the kind whose pin list holds this item's pin.
+  TSRSystemMixerCollectionItem(TWBCollectionBase& Collection, TSRSystemMixerControlCategory PinCategory);
+  ~TSRSystemMixerCollectionItem() override;
+  TSRSystemMixer* GetMixer() const { return FMixer; }
+  TSRSystemMixerControl* GetMixerControl() const { return FControl; }
+  const TSRSystemMixerAssociation& GetAssociation() const { return FAssociation; }
+
+  virtual TSRSystemMixerControlCategory GetControlCategory() const { return TSRSystemMixerControlCategory::mctUnknown; }
+  virtual TPWBasicPin* GetPin() const { return nullptr; }
+  virtual std::string GetPinName() const { return "Not connected"; }
+  // [main thread] Binds Control (null unbinds); the pin shows its value at once.
+  void SetMixerControl(TSRSystemMixerControl* Control) override;
+  // [main thread] The bound control's value changed: the pin follows.
+  void OnMixerControlChange(TSRSystemMixerControl* Control) override {}
+  // Whether a control of this type suits the item.
+  virtual bool IsSameType(TSRSystemMixerControlType ControlType) const { return true; }
+
+  // [main thread] Finds the control of the stored association (with this
+  // kind's category) in the open model; null when it is not there.
+  void PopulateConnection();
+  // "<detailed name of the control>" or "No Control Selected", then
+  // " -> <inherited display name>".
+  std::string GetDisplayName() const override;
+  // [main thread] Moves the item and its pin to the same place.
+  void SetIndex(int NewIndex);
+
+  // The "Association" extra property.
+  void DefineProperties(TWBFiler& Filer);
+
+ protected:
+  // The pin list of this kind in the mixer's pin groups.
+  TPWPinList& GetPinList() const;
+  // Adds the kind's pin to its list (the list owns it from then on).
+  void AttachPin(TPWBasicPin* Pin);
+  // The name for a new pin: the collection's item name and a number.
+  std::string NewPinName() const;
+  // Right after binding a control, before the pin is updated.
+  virtual void ControlBound() {}
+
+ private:
+  TSRSystemMixer* FMixer;
+  TSRSystemMixerControlCategory FPinCategory;
+  TPWBasicPin* FOwnPin = nullptr;
+  TSRSystemMixerControl* FControl = nullptr;
+  TSRSystemMixerAssociation FAssociation;
+};
+
+// Fader and slider items: an integer state pin ranged to the control's limits.
+class TSRSystemMixerRangedItem : public TSRSystemMixerCollectionItem {
+ public:
+  TSRSystemMixerRangedItem(TWBCollectionBase& Collection, TSRSystemMixerControlCategory Category);
+  TPWBasicPin* GetPin() const override { return FPin; }
+  std::string GetPinName() const override;
+  void OnMixerControlChange(TSRSystemMixerControl* Control) override;
+  // [any thread] 0 without a control; writes clamp to [GetMin, GetMax] first.
+  int32_t GetValue() const;
+  void SetValue(int32_t Value);
+  int32_t GetMin() const;
+  int32_t GetMax() const;
+  TPWIntAndRangedStatePin& GetStatePin() const { return *FPin; }
+
+ protected:
+  void ControlBound() override;
+  virtual void PinWritten(int64_t Value);
+  TPWIntAndRangedStatePin* FPin;
+};
+
+class TSRSystemMixerFaderCollectionItem : public TSRSystemMixerRangedItem {
+ public:
+  explicit TSRSystemMixerFaderCollectionItem(TWBCollectionBase& Collection)
+      : TSRSystemMixerRangedItem(Collection, TSRSystemMixerControlCategory::mctFader) {}
+  static const TWBClassInfo& ClassInfo();
+  TSRSystemMixerControlCategory GetControlCategory() const override { return TSRSystemMixerControlCategory::mctFader; }
+
+ protected:
+  void PinWritten(int64_t Value) override;  // sets the pin's range again first
+};
+
+class TSRSystemMixerSliderCollectionItem : public TSRSystemMixerRangedItem {
+ public:
+  explicit TSRSystemMixerSliderCollectionItem(TWBCollectionBase& Collection)
+      : TSRSystemMixerRangedItem(Collection, TSRSystemMixerControlCategory::mctSlider) {}
+  static const TWBClassInfo& ClassInfo();
+  TSRSystemMixerControlCategory GetControlCategory() const override { return TSRSystemMixerControlCategory::mctSlider; }
+};
+
+// Number and time items: a plain integer state pin.
+class TSRSystemMixerIntegerItem : public TSRSystemMixerCollectionItem {
+ public:
+  TSRSystemMixerIntegerItem(TWBCollectionBase& Collection, TSRSystemMixerControlCategory Category);
+  TPWBasicPin* GetPin() const override { return FPin; }
+  void OnMixerControlChange(TSRSystemMixerControl* Control) override;
+  int32_t GetValue() const;
+  void SetValue(int32_t Value);
+
+ private:
+  TPWIntegerStatePin* FPin;
+};
+
+class TSRSystemMixerNumberCollectionItem : public TSRSystemMixerIntegerItem {
+ public:
+  explicit TSRSystemMixerNumberCollectionItem(TWBCollectionBase& Collection)
+      : TSRSystemMixerIntegerItem(Collection, TSRSystemMixerControlCategory::mctNumber) {}
+  static const TWBClassInfo& ClassInfo();
+  TSRSystemMixerControlCategory GetControlCategory() const override { return TSRSystemMixerControlCategory::mctNumber; }
+};
+
+class TSRSystemMixerTimeCollectionItem : public TSRSystemMixerIntegerItem {
+ public:
+  explicit TSRSystemMixerTimeCollectionItem(TWBCollectionBase& Collection)
+      : TSRSystemMixerIntegerItem(Collection, TSRSystemMixerControlCategory::mctTime) {}
+  static const TWBClassInfo& ClassInfo();
+  TSRSystemMixerControlCategory GetControlCategory() const override { return TSRSystemMixerControlCategory::mctTime; }
+};
+
+// List and switch items: a boolean state pin.
+class TSRSystemMixerBoolItem : public TSRSystemMixerCollectionItem {
+ public:
+  TSRSystemMixerBoolItem(TWBCollectionBase& Collection, TSRSystemMixerControlCategory Category);
+  TPWBasicPin* GetPin() const override { return FPin; }
+  void OnMixerControlChange(TSRSystemMixerControl* Control) override;
+  bool GetValue() const;
+  void SetValue(bool Value);
+
+ private:
+  TPWBoolStatePin* FPin;
+};
+
+class TSRSystemMixerListCollectionItem : public TSRSystemMixerBoolItem {
+ public:
+  explicit TSRSystemMixerListCollectionItem(TWBCollectionBase& Collection)
+      : TSRSystemMixerBoolItem(Collection, TSRSystemMixerControlCategory::mctList) {}
+  static const TWBClassInfo& ClassInfo();
+  TSRSystemMixerControlCategory GetControlCategory() const override { return TSRSystemMixerControlCategory::mctList; }
+};
+
+class TSRSystemMixerSwitchCollectionItem : public TSRSystemMixerBoolItem {
+ public:
+  explicit TSRSystemMixerSwitchCollectionItem(TWBCollectionBase& Collection)
+      : TSRSystemMixerBoolItem(Collection, TSRSystemMixerControlCategory::mctSwitch) {}
+  static const TWBClassInfo& ClassInfo();
+  TSRSystemMixerControlCategory GetControlCategory() const override { return TSRSystemMixerControlCategory::mctSwitch; }
+};
+
+// Meters: the control's value leaves on a source pin.
+class TSRSystemMixerIntegerMeterCollectionItem : public TSRSystemMixerCollectionItem {
+ public:
+  explicit TSRSystemMixerIntegerMeterCollectionItem(TWBCollectionBase& Collection);
+  static const TWBClassInfo& ClassInfo();
+  TSRSystemMixerControlCategory GetControlCategory() const override {
+    return TSRSystemMixerControlCategory::mctIntegerMeter;
+  }
+  TPWBasicPin* GetPin() const override { return FPin; }
+  void OnMixerControlChange(TSRSystemMixerControl* Control) override;
+  bool IsSameType(TSRSystemMixerControlType ControlType) const override;
+  int32_t GetValue() const;
+  int32_t GetMin() const;
+  int32_t GetMax() const;
+
+ protected:
+  void ControlBound() override;
+
+ private:
+  TPWIntRangedSourcePin* FPin;
+};
+
+class TSRSystemMixerBooleanMeterCollectionItem : public TSRSystemMixerCollectionItem {
+ public:
+  explicit TSRSystemMixerBooleanMeterCollectionItem(TWBCollectionBase& Collection);
+  static const TWBClassInfo& ClassInfo();
+  TSRSystemMixerControlCategory GetControlCategory() const override {
+    return TSRSystemMixerControlCategory::mctBooleanMeter;
+  }
+  TPWBasicPin* GetPin() const override { return FPin; }
+  void OnMixerControlChange(TSRSystemMixerControl* Control) override;
+  bool IsSameType(TSRSystemMixerControlType ControlType) const override;
+  bool GetValue() const;
+
+ private:
+  TPWBoolSourcePin* FPin;
+};
+
+using TSRSystemMixerFaderCollection = TWBCollection<TSRSystemMixerFaderCollectionItem>;
+using TSRSystemMixerListCollection = TWBCollection<TSRSystemMixerListCollectionItem>;
+using TSRSystemMixerBooleanMeterCollection = TWBCollection<TSRSystemMixerBooleanMeterCollectionItem>;
+using TSRSystemMixerIntegerMeterCollection = TWBCollection<TSRSystemMixerIntegerMeterCollectionItem>;
+using TSRSystemMixerNumberCollection = TWBCollection<TSRSystemMixerNumberCollectionItem>;
+using TSRSystemMixerSliderCollection = TWBCollection<TSRSystemMixerSliderCollectionItem>;
+using TSRSystemMixerSwitchCollection = TWBCollection<TSRSystemMixerSwitchCollectionItem>;
+using TSRSystemMixerTimeCollection = TWBCollection<TSRSystemMixerTimeCollectionItem>;
+
+// One pin list per item kind; the lists own the items' pins.
+class TSRSystemMixerControlPinGroups {
+ public:
+  explicit TSRSystemMixerControlPinGroups(TWBComponent& Mixer);
+  TPWPinList Faders, Lists, BoolMeters, IntegerMeters, Numbers, Sliders, Switches, Times;
+  // The list of an item kind's category.
+  TPWPinList& ForCategory(TSRSystemMixerControlCategory Category);
+};
+
+// The eight collections of items; each streams only when it has items.
+class TSRSystemMixerControlGroups : public TWBPersistent {
+ public:
+  explicit TSRSystemMixerControlGroups(TWBComponent& Mixer);
+  static const TWBClassInfo& ClassInfo();
+  TSRSystemMixerFaderCollection& GetFaders() { return FFaders; }
+  TSRSystemMixerListCollection& GetLists() { return FLists; }
+  TSRSystemMixerBooleanMeterCollection& GetBoolMeters() { return FBoolMeters; }
+  TSRSystemMixerIntegerMeterCollection& GetIntegerMeters() { return FIntegerMeters; }
+  TSRSystemMixerNumberCollection& GetNumbers() { return FNumbers; }
+  TSRSystemMixerSliderCollection& GetSliders() { return FSliders; }
+  TSRSystemMixerSwitchCollection& GetSwitches() { return FSwitches; }
+  TSRSystemMixerTimeCollection& GetTimes() { return FTimes; }
+  // [main thread] Every item re-finds its control, group by group in this order.
+  void PopulateConnections();
+
+ private:
+  TSRSystemMixerFaderCollection FFaders;
+  TSRSystemMixerListCollection FLists;
+  TSRSystemMixerBooleanMeterCollection FBoolMeters;
+  TSRSystemMixerIntegerMeterCollection FIntegerMeters;
+  TSRSystemMixerNumberCollection FNumbers;
+  TSRSystemMixerSliderCollection FSliders;
+  TSRSystemMixerSwitchCollection FSwitches;
+  TSRSystemMixerTimeCollection FTimes;
+};
+
 // The component.
 //
 // SetMixerId(Id) [main thread, under the component lock]:
@@ -339,7 +600,8 @@ class TSRSystemMixerDevice : public TWBPersistent {
 //   4. Capabilities: manufacturer, driver version, product, destination count.
 //   5. Each destination that answers becomes a line; each line builds its
 //      connections and their controls.
-//   6. Every client found through the client hook re-finds its control.
+//   6. Every item of the control groups re-finds its control (Faders, Lists,
+//      BoolMeters, IntegerMeters, Numbers, Sliders, Switches, Times).
 class TSRSystemMixer : public TWBComponent {
  public:
   static const TWBClassInfo& ClassInfo();
@@ -373,10 +635,9 @@ class TSRSystemMixer : public TWBComponent {
   // A control change the device reported: the control's clients hear of it.
   void DoControlUpdate(uint32_t ControlID);
 
-  // The clients re-bound after each rebuild, in their order; set by the
-  // control groups.
-  using TPopulateProc = std::function<void()>;
-  void SetPopulateProc(TPopulateProc Proc) { FPopulate = std::move(Proc); }
+  // The items and their pins.
+  TSRSystemMixerControlGroups& GetControlGroups() { return *FControlGroups; }
+  TSRSystemMixerControlPinGroups& GetControlPinGroups() { return *FControlPinGroups; }
 
   // ---- for the model objects ----
   Winmmmixer::IMixerApi& GetApi() const { return Winmmmixer::GetMixerApi(); }
@@ -396,28 +657,9 @@ class TSRSystemMixer : public TWBComponent {
   std::string FProductName;
   uint32_t FDestinationCount = 0;
   std::vector<std::unique_ptr<TSRSystemMixerLine>> FLines;
-  TPopulateProc FPopulate;
-};
-
-// An item's stored association: where its control was, to find it again.
-struct TSRSystemMixerAssociation {
-  bool Loaded = false;
-  TSRSystemMixerLineType DestinationType = TSRSystemMixerLineType::mltDstDigital;
-  TSRSystemMixerLineType ConnectionType = TSRSystemMixerLineType::mltDstDigital;
-  TSRSystemMixerControlCategory Category = TSRSystemMixerControlCategory::mctUnknown;
-  TSRSystemMixerControlType ControlType = TSRSystemMixerControlType::smcBass;
-  std::string ShortName;
-  int32_t Index = 0;
-
-  // The "Association" list of a bound control: four ordinals (destination
-  // type, connection type, category, control type), the short name, the
-  // index. Nothing for no control.
-  static void Write(TWBWriter& Writer, const TSRSystemMixerControl* Control);
-  // Reads such a list: false for an empty list (the item unbinds), true
-  // with Loaded set for a full one. A malformed list reads as empty.
-  bool Read(TWBReader& Reader);
-  // The control it names in Mixer (searched with Category), or null.
-  TSRSystemMixerControl* Find(const TSRSystemMixer& Mixer, TSRSystemMixerControlCategory Category) const;
+  // The pins outlive the items that own places in them.
+  std::unique_ptr<TSRSystemMixerControlPinGroups> FControlPinGroups;
+  std::unique_ptr<TSRSystemMixerControlGroups> FControlGroups;
 };
 
 namespace Srsystemmixer {

@@ -33,6 +33,28 @@ class TClient : public ISRSystemMixerControlClient {
   std::vector<int32_t> Heard;
 };
 
+// Pins of another component, to write into the items' state pins and to
+// see what the items send.
+class TPinPeer : public TWBComponent {
+ public:
+  TPinPeer() : Int(*this, "Int"), Bool(*this, "Bool") {}
+  ~TPinPeer() override { BeginDestroy(); }
+  TPWIntegerStatePin Int;
+  TPWBoolStatePin Bool;
+};
+
+// Streams the association of Control into Item, as reading a document does.
+void Associate(TSRSystemMixerCollectionItem& Item, const TSRSystemMixerControl* Control) {
+  TWBWriter Writer;
+  TSRSystemMixerAssociation::Write(Writer, Control);
+  TWBFiler Filer;
+  Item.DefineProperties(Filer);
+  ASSERT_EQ(Filer.Defined().size(), 1u);
+  ASSERT_EQ(Filer.Defined()[0].Name, "Association");
+  TWBReader Reader(Writer.Result());
+  Filer.Defined()[0].Reader(Reader);
+}
+
 TScriptedControl Ctl(uint32_t Id, uint32_t Type, const std::string& Short, uint32_t Value = 0) {
   return {Id, Type, Short, Short + " (long)", Value};
 }
@@ -336,46 +358,47 @@ TEST_F(SystemMixerTest, ControlChangesReachTheClientsThroughTheWindow) {
   EXPECT_EQ(Other.Control, nullptr);
 }
 
-TEST_F(SystemMixerTest, ClientsAreFoundAgainByAssociationAfterEachRebuild) {
+TEST_F(SystemMixerTest, ItemsAreFoundAgainByAssociationAfterEachRebuild) {
   Mixer.SetMixerId(0);
-  TSRSystemMixerAssociation Stored;
-  {
-    TWBWriter W;
-    TSRSystemMixerAssociation::Write(W, Control(21));
-    TWBReader R(W.Result());
-    ASSERT_TRUE(Stored.Read(R));
-  }
-  EXPECT_TRUE(Stored.Loaded);
-  EXPECT_EQ(Stored.ShortName, "Mic Vol B");
-  EXPECT_EQ(Stored.Index, 1);
-  EXPECT_EQ(Stored.ConnectionType, TLine::mltSrcMicrophone);
+  TSRSystemMixerFaderCollectionItem& Item = *Mixer.GetControlGroups().GetFaders().Add();
+  Associate(Item, Control(21));
+  EXPECT_TRUE(Item.GetAssociation().Loaded);
+  EXPECT_EQ(Item.GetAssociation().ShortName, "Mic Vol B");
+  EXPECT_EQ(Item.GetAssociation().Index, 1);
+  ASSERT_EQ(Item.GetMixerControl(), Control(21));
 
-  TClient Client;
-  Mixer.SetPopulateProc([&] { Client.SetMixerControl(Stored.Find(Mixer, TCat::mctFader)); });
   Mixer.SetMixerId(1);  // another device without a microphone
-  EXPECT_EQ(Client.Control, nullptr);
+  EXPECT_EQ(Item.GetMixerControl(), nullptr);
+  EXPECT_EQ(Item.GetDisplayName(), "No Control Selected -> Fader 0");
   Mixer.SetMixerId(0);  // a device that has it binds it again
-  ASSERT_NE(Client.Control, nullptr);
-  EXPECT_EQ(Client.Control->GetControlID(), 21u);
+  ASSERT_NE(Item.GetMixerControl(), nullptr);
+  EXPECT_EQ(Item.GetMixerControl()->GetControlID(), 21u);
 
   // Renamed by the driver: found again by its index.
   Script.Devices[0].Destinations[0].Sources[1].Controls[1].ShortName = "Mic Boost";
   Mixer.Close();
   Mixer.SetMixerId(0);
-  ASSERT_NE(Client.Control, nullptr);
-  EXPECT_EQ(Client.Control->GetShortName(), "Mic Boost");
+  ASSERT_NE(Item.GetMixerControl(), nullptr);
+  EXPECT_EQ(Item.GetMixerControl()->GetShortName(), "Mic Boost");
 
-  // Moved in front of its twin: the name still finds it.
+  // Moved in front of its twin under its old name: the name wins over the index.
   auto& Controls = Script.Devices[0].Destinations[0].Sources[1].Controls;
   std::swap(Controls[0], Controls[1]);
-  Controls[1].ShortName = "Mic Vol B";
-  Controls[0].ShortName = "Mic Vol A";
-  Stored.ShortName = "Mic Vol A";
+  Controls[0].ShortName = "Mic Vol B";
+  Controls[1].ShortName = "Mic Vol A";
   Mixer.Close();
   Mixer.SetMixerId(0);
-  ASSERT_NE(Client.Control, nullptr);
-  EXPECT_EQ(Client.Control->GetIndex(), 0);
-  EXPECT_EQ(Client.Control->GetControlID(), 21u);
+  ASSERT_NE(Item.GetMixerControl(), nullptr);
+  EXPECT_EQ(Item.GetMixerControl()->GetControlID(), 21u);
+  EXPECT_EQ(Item.GetMixerControl()->GetIndex(), 0);
+
+  // Binding by assignment leaves the stored association: a reopen goes back to it.
+  Item.SetMixerControl(Control(20));
+  Mixer.Close();
+  EXPECT_EQ(Item.GetMixerControl(), nullptr);
+  Mixer.SetMixerId(0);
+  ASSERT_NE(Item.GetMixerControl(), nullptr);
+  EXPECT_EQ(Item.GetMixerControl()->GetControlID(), 21u);
 }
 
 TEST(SystemMixerAssociation, EmptyAndMalformedListsUnbind) {
@@ -442,6 +465,159 @@ TEST_F(SystemMixerTest, TheDeviceIsChosenByNameThenByAlternatives) {
   Third.SetDevice(Mixer.GetDevice());
   EXPECT_EQ(Third.GetDevice().GetAlternativeDevices().Count(), 1u);
   EXPECT_EQ(Third.GetMixerId(), 1);
+}
+
+
+TEST_F(SystemMixerTest, FaderItemsFollowTheirControlBothWays) {
+  Mixer.SetMixerId(0);
+  auto& Faders = Mixer.GetControlGroups().GetFaders();
+  TSRSystemMixerFaderCollectionItem& A = *Faders.Add();
+  TSRSystemMixerFaderCollectionItem& B = *Faders.Add();
+  EXPECT_EQ(Mixer.GetControlPinGroups().Faders.Count(), 2u);
+  EXPECT_EQ(A.GetDisplayName(), "No Control Selected -> Fader 0");
+  EXPECT_EQ(A.GetValue(), 0);
+  A.SetValue(5);  // dropped without a control
+  EXPECT_EQ(A.GetMin(), 0);
+  EXPECT_EQ(A.GetMax(), 0);
+
+  // Binding takes the control's limits and shows its value at once.
+  A.SetMixerControl(Control(10));
+  B.SetMixerControl(Control(10));
+  EXPECT_EQ(A.GetStatePin().GetMin(), 0);
+  EXPECT_EQ(A.GetStatePin().GetMax(), 65535);
+  EXPECT_EQ(A.GetStatePin().GetValue(), 1000);
+  EXPECT_EQ(A.GetDisplayName(), "[Speakers Out - Master Volume] - [Wave Out] - [Volume - Wave Vol] -> Fader 0");
+  EXPECT_EQ(A.GetPinName(), "Not connected");
+  A.SetValue(70000);
+  EXPECT_EQ(Script.FindControl(0, 10)->Value, 65535u);
+  EXPECT_EQ(DeliverPostedMixerMessages(), 1);
+  EXPECT_EQ(B.GetStatePin().GetValue(), 65535);
+
+  // A value arriving at the pin is written to the device; the device's
+  // notification brings it to every item of the control.
+  TPinPeer Peer;
+  ASSERT_TRUE(Peer.Int.Connect(A.GetStatePin()));
+  EXPECT_NE(A.GetPinName(), "Not connected");
+  Peer.Int.SetValue(2000);
+  EXPECT_EQ(Script.FindControl(0, 10)->Value, 2000u);
+  EXPECT_EQ(DeliverPostedMixerMessages(), 1);
+  EXPECT_EQ(B.GetStatePin().GetValue(), 2000);
+
+  // A change made elsewhere reaches the pins, and what they are connected to.
+  ASSERT_TRUE(B.GetStatePin().Connect(Peer.Int));
+  Script.ChangeValue(0, 10, 3000);
+  DeliverPostedMixerMessages();
+  EXPECT_EQ(A.GetStatePin().GetValue(), 3000);
+  EXPECT_EQ(Peer.Int.GetValue(), 3000);
+
+  // Closing unbinds; the pins keep their last value.
+  Mixer.Close();
+  EXPECT_EQ(A.GetMixerControl(), nullptr);
+  EXPECT_EQ(A.GetStatePin().GetValue(), 3000);
+  EXPECT_EQ(A.GetValue(), 0);
+  Peer.Int.DisconnectAll();
+}
+
+TEST_F(SystemMixerTest, EachKindDrivesItsControlThroughItsPin) {
+  Mixer.SetMixerId(0);
+  auto& Groups = Mixer.GetControlGroups();
+  TPinPeer Peer;
+
+  // Sliders clamp what they write; the control does not.
+  TSRSystemMixerSliderCollectionItem& Slider = *Groups.GetSliders().Add();
+  Slider.SetMixerControl(Control(25));
+  Slider.SetValue(-40);
+  EXPECT_EQ(static_cast<int32_t>(Script.FindControl(0, 25)->Value), -15);
+
+  // Numbers and times: a plain integer pin.
+  TSRSystemMixerNumberCollectionItem& Number = *Groups.GetNumbers().Add();
+  Number.SetMixerControl(Control(23));
+  ASSERT_TRUE(Peer.Int.Connect(*Number.GetPin()));
+  Peer.Int.SetValue(250);
+  EXPECT_EQ(Script.FindControl(0, 23)->Value, 100u);
+  EXPECT_EQ(Number.GetValue(), 100);
+  Peer.Int.DisconnectAll();
+
+  // Switches and lists: a boolean pin.
+  TSRSystemMixerSwitchCollectionItem& Mute = *Groups.GetSwitches().Add();
+  Mute.SetMixerControl(Control(11));
+  ASSERT_TRUE(Peer.Bool.Connect(*Mute.GetPin()));
+  Peer.Bool.SetValue(true);
+  EXPECT_EQ(Script.FindControl(0, 11)->Value, 1u);
+  EXPECT_TRUE(Mute.GetValue());
+  Peer.Bool.DisconnectAll();
+
+  // Meters send the value out, even an unchanged one.
+  TSRSystemMixerIntegerMeterCollectionItem& Peak = *Groups.GetIntegerMeters().Add();
+  Peak.SetMixerControl(Control(3));
+  EXPECT_EQ(Peak.GetMin(), -32768);
+  EXPECT_EQ(Peak.GetMax(), 32767);
+  ASSERT_TRUE(Peak.GetPin()->Connect(Peer.Int));
+  Script.ChangeValue(0, 3, static_cast<uint32_t>(-700));
+  DeliverPostedMixerMessages();
+  EXPECT_EQ(Peer.Int.GetValue(), -700);
+  Peer.Int.SetValue(0);
+  Script.ChangeValue(0, 3, static_cast<uint32_t>(-700));
+  DeliverPostedMixerMessages();
+  EXPECT_EQ(Peer.Int.GetValue(), -700);
+  Peer.Int.DisconnectAll();
+
+  // Every meter is an integer meter: a boolean meter item never finds one by
+  // association, an integer meter item does (though it calls the type foreign).
+  TSRSystemMixerBooleanMeterCollectionItem& Clip = *Groups.GetBoolMeters().Add();
+  TSRSystemMixerIntegerMeterCollectionItem& ClipAsInteger = *Groups.GetIntegerMeters().Add();
+  Associate(Clip, Control(4));
+  Associate(ClipAsInteger, Control(4));
+  EXPECT_EQ(Clip.GetMixerControl(), nullptr);
+  EXPECT_EQ(ClipAsInteger.GetMixerControl(), Control(4));
+  EXPECT_FALSE(ClipAsInteger.IsSameType(TCtl::smcBooleanMeter));
+  EXPECT_TRUE(ClipAsInteger.IsSameType(TCtl::smcPeakMeter));
+  EXPECT_TRUE(Clip.IsSameType(TCtl::smcBooleanMeter));
+  EXPECT_FALSE(Clip.IsSameType(TCtl::smcPeakMeter));
+  EXPECT_TRUE(Mute.IsSameType(TCtl::smcPeakMeter));
+}
+
+TEST_F(SystemMixerTest, MovingAnItemMovesItsPin) {
+  auto& Switches = Mixer.GetControlGroups().GetSwitches();
+  TPWPinList& Pins = Mixer.GetControlPinGroups().Switches;
+  std::vector<TSRSystemMixerSwitchCollectionItem*> Items;
+  for (int I = 0; I < 4; ++I) Items.push_back(Switches.Add());
+  Items[0]->SetIndex(2);
+  Items[3]->SetIndex(0);
+  for (size_t I = 0; I < Switches.Count(); ++I) EXPECT_EQ(Pins.Get(I), Switches.Get(I)->GetPin()) << I;
+  EXPECT_EQ(Pins.Get(0)->GetName(), "Switch4");
+  // An item that goes takes its pin with it.
+  Switches.Delete(1);
+  ASSERT_EQ(Pins.Count(), 3u);
+  for (size_t I = 0; I < Switches.Count(); ++I) EXPECT_EQ(Pins.Get(I), Switches.Get(I)->GetPin()) << I;
+}
+
+TEST_F(SystemMixerTest, ItemsStreamTheirAssociationWithTheComponent) {
+  Mixer.GetDevice().SetName("Speakers (Scripted)");
+  auto& Groups = Mixer.GetControlGroups();
+  Groups.GetFaders().Add()->SetMixerControl(Control(21));
+  Groups.GetFaders().Add();  // unbound: an empty association
+  Groups.GetSwitches().Add()->SetMixerControl(Control(2));
+
+  const TWBValue Saved = SaveComponent(Mixer);
+  const TWBValue* Stored = Saved.Find("ControlGroups");
+  ASSERT_NE(Stored, nullptr);
+  EXPECT_NE(Stored->Find("Faders"), nullptr);
+  EXPECT_EQ(Stored->Find("Lists"), nullptr);  // empty groups are not stored
+
+  TSRSystemMixer Copy;
+  std::vector<std::string> Problems;
+  LoadComponent(Copy, Saved, Problems);
+  EXPECT_TRUE(Problems.empty()) << (Problems.empty() ? "" : Problems[0]);
+  ASSERT_EQ(Copy.GetMixerId(), 0);
+  auto& Loaded = Copy.GetControlGroups();
+  ASSERT_EQ(Loaded.GetFaders().Count(), 2u);
+  ASSERT_NE(Loaded.GetFaders().Get(0)->GetMixerControl(), nullptr);
+  EXPECT_EQ(Loaded.GetFaders().Get(0)->GetMixerControl()->GetControlID(), 21u);
+  EXPECT_EQ(Loaded.GetFaders().Get(1)->GetMixerControl(), nullptr);
+  ASSERT_NE(Loaded.GetSwitches().Get(0)->GetMixerControl(), nullptr);
+  EXPECT_EQ(Loaded.GetSwitches().Get(0)->GetMixerControl()->GetControlID(), 2u);
+  EXPECT_EQ(Copy.GetControlPinGroups().Faders.Count(), 2u);
 }
 
 }  // namespace
