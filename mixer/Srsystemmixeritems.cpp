@@ -172,11 +172,13 @@ void TSRSystemMixerRangedItem::SetValue(int32_t Value) {
 }
 
 int32_t TSRSystemMixerRangedItem::GetMin() const {
+  TLockGuard G(GetItemLock());
   TSRSystemMixerControl* C = GetMixerControl();
   return C ? C->GetMin() : 0;
 }
 
 int32_t TSRSystemMixerRangedItem::GetMax() const {
+  TLockGuard G(GetItemLock());
   TSRSystemMixerControl* C = GetMixerControl();
   return C ? C->GetMax() : 0;
 }
@@ -280,11 +282,13 @@ int32_t TSRSystemMixerIntegerMeterCollectionItem::GetValue() const {
 }
 
 int32_t TSRSystemMixerIntegerMeterCollectionItem::GetMin() const {
+  TLockGuard G(GetItemLock());
   TSRSystemMixerControl* C = GetMixerControl();
   return C ? C->GetMin() : 0;
 }
 
 int32_t TSRSystemMixerIntegerMeterCollectionItem::GetMax() const {
+  TLockGuard G(GetItemLock());
   TSRSystemMixerControl* C = GetMixerControl();
   return C ? C->GetMax() : 0;
 }

@@ -1,4 +1,4 @@
-// TSRSystemMixer over the system's own winmm. Under Wine (with ALSA's null
+// TSRSystemMixer and its items over the system's own winmm. Under Wine (with ALSA's null
 // device, as scripts/wine-run sets it up) that is two devices, "Out: default"
 // and "In: default", each with one destination "Master Volume" carrying a
 // volume and a mute control.
@@ -13,6 +13,14 @@ using TCat = TSRSystemMixerControlCategory;
 using TCtl = TSRSystemMixerControlType;
 
 namespace {
+
+class TPeer : public TWBComponent {
+ public:
+  TPeer() : Int(*this, "Int"), Bool(*this, "Bool") {}
+  ~TPeer() override { BeginDestroy(); }
+  TPWIntegerStatePin Int;
+  TPWBoolStatePin Bool;
+};
 
 bool RunningUnderWine() {
   const HMODULE Ntdll = GetModuleHandleW(L"ntdll.dll");
@@ -58,7 +66,28 @@ TEST(SystemMixerWinmm, WinesDevicesOpenAndTheirMasterVolumeAndMuteReadBack) {
   Volume->SetIntegerValue(OldVolume);
   EXPECT_EQ(Volume->GetIntegerValue(), OldVolume);
 
-  // The input device opens too; closing lets the handle go.
+  // Through item pins: a value written into the item's pin reaches the
+  // device and reads back.
+  TSRSystemMixerFaderCollectionItem& Fader = *Mixer.GetControlGroups().GetFaders().Add();
+  TSRSystemMixerSwitchCollectionItem& Switch = *Mixer.GetControlGroups().GetSwitches().Add();
+  Fader.SetMixerControl(Volume);
+  Switch.SetMixerControl(Mute);
+  EXPECT_EQ(Fader.GetStatePin().GetValue(), OldVolume);
+  TPeer Peer;
+  ASSERT_TRUE(Peer.Int.Connect(Fader.GetStatePin()));
+  ASSERT_TRUE(Peer.Bool.Connect(*Switch.GetPin()));
+  Peer.Int.SetValue(OldVolume == 20000 ? 20001 : 20000);
+  EXPECT_EQ(Volume->GetIntegerValue(), Peer.Int.GetValue());
+  EXPECT_EQ(Fader.GetValue(), Peer.Int.GetValue());
+  Peer.Bool.SetValue(!OldMute);
+  EXPECT_EQ(Switch.GetValue(), !OldMute);
+  Fader.SetValue(OldVolume);
+  Switch.SetValue(OldMute);
+  EXPECT_EQ(Volume->GetIntegerValue(), OldVolume);
+  Peer.Int.DisconnectAll();
+  Peer.Bool.DisconnectAll();
+
+  // The input device opens too; closing lets the handle go and unbinds the items.
   Mixer.SetMixerId(1);
   EXPECT_EQ(Mixer.GetDevice().GetOpenedName(), "In: default");
   ASSERT_EQ(Mixer.GetLineCount(), 1u);
@@ -66,6 +95,7 @@ TEST(SystemMixerWinmm, WinesDevicesOpenAndTheirMasterVolumeAndMuteReadBack) {
   Mixer.Close();
   EXPECT_EQ(Mixer.GetMixerId(), -1);
   EXPECT_EQ(Mixer.GetLineCount(), 0u);
+  EXPECT_EQ(Fader.GetMixerControl(), nullptr);
 }
 
 }  // namespace
