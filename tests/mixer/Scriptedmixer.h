@@ -3,10 +3,12 @@
 // test changes (meters that move, other programs writing), calls that fail
 // when asked to, and change notifications posted to the window a device was
 // opened with, as a driver posts them. Installing a TScriptedMixer makes the
-// mixer seam use it until it goes.
+// mixer seam use it until it goes. The calls may come from any thread; a test
+// changes the script itself only while no other thread calls.
 #pragma once
 
 #include <map>
+#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
@@ -66,10 +68,12 @@ class TScriptedMixer final : public IMixerApi {
   // Another program (or the device itself) changes a value: the control
   // takes it and every open handle of the device with a window hears of it.
   void ChangeValue(uint32_t Device, uint32_t ControlId, uint32_t Value) {
+    std::lock_guard<std::recursive_mutex> G(FLock);
     if (TScriptedControl* C = FindControl(Device, ControlId)) C->Value = Value;
     Notify(Device, MsgControlChange, ControlId);
   }
   void Notify(uint32_t Device, uint32_t Message, uint32_t Id) {
+    std::lock_guard<std::recursive_mutex> G(FLock);
     for (const auto& [Handle, Open] : FOpen)
       if (Open.Device == Device && Open.Window) PostMixerMessage(Open.Window, Message, reinterpret_cast<uintptr_t>(Handle), static_cast<intptr_t>(static_cast<int32_t>(Id)));
   }
@@ -84,10 +88,17 @@ class TScriptedMixer final : public IMixerApi {
     }
     return nullptr;
   }
-  size_t OpenCount() const { return FOpen.size(); }
+  size_t OpenCount() const {
+    std::lock_guard<std::recursive_mutex> G(FLock);
+    return FOpen.size();
+  }
 
-  uint32_t GetNumDevs() override { return static_cast<uint32_t>(Devices.size()); }
+  uint32_t GetNumDevs() override {
+    std::lock_guard<std::recursive_mutex> G(FLock);
+    return static_cast<uint32_t>(Devices.size());
+  }
   uint32_t GetDevCaps(uintptr_t DeviceId, TMixerCaps& Caps) override {
+    std::lock_guard<std::recursive_mutex> G(FLock);
     if (DeviceId >= Devices.size()) {
       // A handle asks for the caps of its device.
       const auto It = FOpen.find(reinterpret_cast<void*>(DeviceId));
@@ -104,6 +115,7 @@ class TScriptedMixer final : public IMixerApi {
     return MmNoError;
   }
   uint32_t Open(void*& Mixer, uint32_t DeviceId, uintptr_t Callback, uintptr_t, uint32_t Flags) override {
+    std::lock_guard<std::recursive_mutex> G(FLock);
     const bool WithWindow = (Flags & CallbackWindow) != 0;
     Calls.push_back("Open " + std::to_string(DeviceId) + (WithWindow ? " window" : " none"));
     Mixer = nullptr;
@@ -119,10 +131,12 @@ class TScriptedMixer final : public IMixerApi {
     return MmNoError;
   }
   uint32_t Close(void* Mixer) override {
+    std::lock_guard<std::recursive_mutex> G(FLock);
     Calls.push_back("Close");
     return FOpen.erase(Mixer) ? MmNoError : MmInvalidHandle;
   }
   uint32_t GetLineInfo(void* Mixer, TMixerLine& Line, uint32_t Flags) override {
+    std::lock_guard<std::recursive_mutex> G(FLock);
     const TScriptedDevice* D = DeviceOf(Mixer);
     if (!D || Line.cbStruct != sizeof(TMixerLine)) return MmInvalidHandle;
     const uint32_t Dst = Line.dwDestination;
@@ -140,6 +154,7 @@ class TScriptedMixer final : public IMixerApi {
     return MixInvalidLine;
   }
   uint32_t GetLineControls(void* Mixer, TMixerLineControls& Query, uint32_t Flags) override {
+    std::lock_guard<std::recursive_mutex> G(FLock);
     const TScriptedDevice* D = DeviceOf(Mixer);
     if (!D || Query.cbStruct != sizeof(TMixerLineControls) || Query.cbmxctrl != sizeof(TMixerControl) ||
         Flags != LineControlsAll)
@@ -161,6 +176,7 @@ class TScriptedMixer final : public IMixerApi {
     return MmNoError;
   }
   uint32_t GetControlDetails(void* Mixer, TMixerControlDetails& Details, uint32_t Flags) override {
+    std::lock_guard<std::recursive_mutex> G(FLock);
     Calls.push_back("Get " + std::to_string(Details.dwControlID));
     TScriptedControl* C = Check(Mixer, Details, Flags);
     if (!C) return MixInvalidControl;
@@ -168,6 +184,7 @@ class TScriptedMixer final : public IMixerApi {
     return MmNoError;
   }
   uint32_t SetControlDetails(void* Mixer, TMixerControlDetails& Details, uint32_t Flags) override {
+    std::lock_guard<std::recursive_mutex> G(FLock);
     TScriptedControl* C = Check(Mixer, Details, Flags);
     const uint32_t Value = Details.paDetails ? *static_cast<const uint32_t*>(Details.paDetails) : 0;
     Calls.push_back("Set " + std::to_string(Details.dwControlID) + " = " + std::to_string(static_cast<int32_t>(Value)));
@@ -215,6 +232,7 @@ class TScriptedMixer final : public IMixerApi {
       return nullptr;
     return FindControl(It->second.Device, Details.dwControlID);
   }
+  mutable std::recursive_mutex FLock;
   std::map<void*, TOpen> FOpen;
   uintptr_t FNextHandle = 0;
 };

@@ -3,7 +3,9 @@
 // devices, notifications, failing opens and queries).
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "frame/Wbpersistence.h"
@@ -618,6 +620,32 @@ TEST_F(SystemMixerTest, ItemsStreamTheirAssociationWithTheComponent) {
   ASSERT_NE(Loaded.GetSwitches().Get(0)->GetMixerControl(), nullptr);
   EXPECT_EQ(Loaded.GetSwitches().Get(0)->GetMixerControl()->GetControlID(), 2u);
   EXPECT_EQ(Copy.GetControlPinGroups().Faders.Count(), 2u);
+}
+
+
+TEST_F(SystemMixerTest, PinWritesFromAnotherThreadMeetReopensSafely) {
+  Mixer.SetMixerId(0);
+  TSRSystemMixerFaderCollectionItem& Item = *Mixer.GetControlGroups().GetFaders().Add();
+  Associate(Item, Control(10));
+  TPinPeer Peer;
+  ASSERT_TRUE(Peer.Int.Connect(Item.GetStatePin()));
+  std::atomic<bool> Stop{false};
+  std::thread Writer([&] {
+    for (int64_t V = 1; !Stop.load(); V = V % 60000 + 1) Peer.Int.SetValue(V);
+  });
+  // The model is rebuilt under the writer: each control goes while the item may be writing to it.
+  for (int I = 0; I < 200; ++I) {
+    Mixer.Close();
+    Mixer.SetMixerId(0);
+    DeliverPostedMixerMessages();
+  }
+  Stop = true;
+  Writer.join();
+  Peer.Int.DisconnectAll();
+  ASSERT_NE(Item.GetMixerControl(), nullptr);
+  EXPECT_EQ(Item.GetMixerControl()->GetControlID(), 10u);
+  DeliverPostedMixerMessages();
+  EXPECT_EQ(Item.GetStatePin().GetValue(), static_cast<int64_t>(Script.FindControl(0, 10)->Value));
 }
 
 }  // namespace
