@@ -95,7 +95,9 @@ TSRSystemMixerControl::TSRSystemMixerControl(TSRSystemMixer& Mixer, TSRSystemMix
       FConnectionType(Controls.GetConnection().GetLineType()),
       FCategory(Category) {}
 
-TSRSystemMixerControl::~TSRSystemMixerControl() {
+TSRSystemMixerControl::~TSRSystemMixerControl() { ReleaseClients(); }
+
+void TSRSystemMixerControl::ReleaseClients() {
   while (!FRefs.empty()) {
     ISRSystemMixerControlClient* Item = FRefs.back();
     FRefs.pop_back();
@@ -282,8 +284,11 @@ void TSRSystemMixerTimeControl::SetIntegerValue(int32_t Value) { WriteRaw(static
 // ---- controls list, connections, lines -------------------------------------
 
 void TSRSystemMixerControls::Clear() {
-  // Controls go last first, each unbinding its clients.
-  while (!FItems.empty()) FItems.pop_back();
+  // Controls go last first, each unbinding its clients before it is destroyed.
+  while (!FItems.empty()) {
+    if (FItems.back()) FItems.back()->ReleaseClients();
+    FItems.pop_back();
+  }
 }
 
 int TSRSystemMixerControls::IndexOf(const TSRSystemMixerControl* Control) const {

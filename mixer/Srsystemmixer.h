@@ -78,6 +78,10 @@ class TSRSystemMixerControl {
                         const Winmmmixer::TMixerControl& Record, TSRSystemMixerControlCategory Category);
   // Unbinds every remaining client, last first.
   virtual ~TSRSystemMixerControl();
+  // [main thread] The same, before the control is destroyed: a client
+  // writing on another thread is waited for (it holds its item's lock) while
+  // the object is still whole.
+  void ReleaseClients();
   TSRSystemMixerControl(const TSRSystemMixerControl&) = delete;
   TSRSystemMixerControl& operator=(const TSRSystemMixerControl&) = delete;
 
