@@ -11,6 +11,7 @@
 #include "media/Sraudiocompressor.h"
 #include "media/Sraudiodecompressor.h"
 #include "media/Srdmoeffect.h"
+#include "mixer/Srsystemmixer.h"
 #endif
 
 namespace Quorvel::Package {
@@ -30,6 +31,7 @@ const TUnitInfo kUnits[] = {
     {"Sraudiodecompressor", "TSRAudioDecompressor", &Sraudiodecompressor::RegisterPkg,
      &Sraudiodecompressor::UnregisterPkg},
     {"Srdmoeffect", "TSRDMOEffect", &Srdmoeffect::RegisterPkg, &Srdmoeffect::UnregisterPkg},
+    {"Srsystemmixer", "TSRSystemMixer", &Srsystemmixer::RegisterPkg, &Srsystemmixer::UnregisterPkg},
 #endif
     {"Srvsteffectintf", nullptr, nullptr, nullptr},
     {"Vst3hostintf", nullptr, nullptr, nullptr},
