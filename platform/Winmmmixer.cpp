@@ -1,6 +1,7 @@
 // The portable part of the mixer seam: record texts and the choice of
 // implementation.
 #include "platform/Winmmmixer.h"
+#include "platform/Utf8.h"
 
 #include <atomic>
 
@@ -9,23 +10,7 @@ namespace Quorvel::Winmmmixer {
 namespace {
 std::atomic<IMixerApi*> GApi{nullptr};
 
-void AppendUtf8(std::string& Out, uint32_t C) {
-  if (C < 0x80) {
-    Out += static_cast<char>(C);
-  } else if (C < 0x800) {
-    Out += static_cast<char>(0xC0 | (C >> 6));
-    Out += static_cast<char>(0x80 | (C & 0x3F));
-  } else if (C < 0x10000) {
-    Out += static_cast<char>(0xE0 | (C >> 12));
-    Out += static_cast<char>(0x80 | ((C >> 6) & 0x3F));
-    Out += static_cast<char>(0x80 | (C & 0x3F));
-  } else {
-    Out += static_cast<char>(0xF0 | (C >> 18));
-    Out += static_cast<char>(0x80 | ((C >> 12) & 0x3F));
-    Out += static_cast<char>(0x80 | ((C >> 6) & 0x3F));
-    Out += static_cast<char>(0x80 | (C & 0x3F));
-  }
-}
+using Utf8::AppendUtf8;
 }  // namespace
 
 std::string RecordText(const TMixerChar* Text, size_t Capacity) {

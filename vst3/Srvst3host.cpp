@@ -9,6 +9,7 @@
 #include "frame/Kbloadlibrary.h"
 #include "frame/Wbpersistence.h"
 #include "frame/Wbregistration.h"
+#include "platform/Utf8.h"
 
 namespace Quorvel {
 
@@ -26,23 +27,7 @@ std::string FieldText(const char (&Field)[N]) {
   return std::string(Field, strnlen(Field, N));
 }
 
-void AppendUtf8(std::string& Out, uint32_t C) {
-  if (C < 0x80) {
-    Out += static_cast<char>(C);
-  } else if (C < 0x800) {
-    Out += static_cast<char>(0xC0 | (C >> 6));
-    Out += static_cast<char>(0x80 | (C & 0x3F));
-  } else if (C < 0x10000) {
-    Out += static_cast<char>(0xE0 | (C >> 12));
-    Out += static_cast<char>(0x80 | ((C >> 6) & 0x3F));
-    Out += static_cast<char>(0x80 | (C & 0x3F));
-  } else {
-    Out += static_cast<char>(0xF0 | (C >> 18));
-    Out += static_cast<char>(0x80 | ((C >> 12) & 0x3F));
-    Out += static_cast<char>(0x80 | ((C >> 6) & 0x3F));
-    Out += static_cast<char>(0x80 | (C & 0x3F));
-  }
-}
+using Utf8::AppendUtf8;
 
 // UTF-16 text of at most N units (up to its first zero) as UTF-8; a lone
 // surrogate becomes U+FFFD.
