@@ -504,12 +504,15 @@ TEST_F(SystemMixerTest, FaderItemsFollowTheirControlBothWays) {
   EXPECT_EQ(DeliverPostedMixerMessages(), 1);
   EXPECT_EQ(B.GetStatePin().GetValue(), 2000);
 
-  // A change made elsewhere reaches the pins, and what they are connected to.
-  ASSERT_TRUE(B.GetStatePin().Connect(Peer.Int));
+  // A change made elsewhere reaches the pins, and what they are connected to
+  // (another component: pins of one pair of components connect one way only,
+  // so their locks are always taken in the same order).
+  TPinPeer Listener;
+  ASSERT_TRUE(B.GetStatePin().Connect(Listener.Int));
   Script.ChangeValue(0, 10, 3000);
   DeliverPostedMixerMessages();
   EXPECT_EQ(A.GetStatePin().GetValue(), 3000);
-  EXPECT_EQ(Peer.Int.GetValue(), 3000);
+  EXPECT_EQ(Listener.Int.GetValue(), 3000);
 
   // Closing unbinds; the pins keep their last value.
   Mixer.Close();
@@ -553,15 +556,16 @@ TEST_F(SystemMixerTest, EachKindDrivesItsControlThroughItsPin) {
   Peak.SetMixerControl(Control(3));
   EXPECT_EQ(Peak.GetMin(), -32768);
   EXPECT_EQ(Peak.GetMax(), 32767);
-  ASSERT_TRUE(Peak.GetPin()->Connect(Peer.Int));
+  TPinPeer Listener;  // mixer to Listener, as Peer connects to the mixer: one way per pair
+  ASSERT_TRUE(Peak.GetPin()->Connect(Listener.Int));
   Script.ChangeValue(0, 3, static_cast<uint32_t>(-700));
   DeliverPostedMixerMessages();
-  EXPECT_EQ(Peer.Int.GetValue(), -700);
-  Peer.Int.SetValue(0);
+  EXPECT_EQ(Listener.Int.GetValue(), -700);
+  Listener.Int.SetValue(0);
   Script.ChangeValue(0, 3, static_cast<uint32_t>(-700));
   DeliverPostedMixerMessages();
-  EXPECT_EQ(Peer.Int.GetValue(), -700);
-  Peer.Int.DisconnectAll();
+  EXPECT_EQ(Listener.Int.GetValue(), -700);
+  Listener.Int.DisconnectAll();
 
   // Every meter is an integer meter: a boolean meter item never finds one by
   // association, an integer meter item does (though it calls the type foreign).
