@@ -427,8 +427,35 @@ const TWBClassInfo& TSRSystemMixerDeviceItem::ClassInfo() {
   return Info;
 }
 
+void TSRSystemMixerDeviceItem::SetDeviceName(const std::string& Value) {
+  if (Value == FDeviceName) return;
+  FDeviceName = Value;
+  TWBCollectionBase& Collection = GetCollection();
+  if (Collection.OnChanged) Collection.OnChanged(Collection);
+}
+
 TSRSystemMixerDevice::TSRSystemMixerDevice(TSRSystemMixer& Mixer)
-    : TWBPersistent(&Mixer), FMixer(Mixer), FAlternativeDevices(&Mixer, "AlternativeDevice") {}
+    : TWBPersistent(&Mixer), FMixer(Mixer), FAlternativeDevices(&Mixer, "AlternativeDevice") {
+  FAlternativeDevices.OnChanged = [this](TWBCollectionBase&) { AlternativesChanged(); };
+}
+
+// The alternatives go with the selector, after the rest of the mixer: nothing to report then.
+TSRSystemMixerDevice::~TSRSystemMixerDevice() { FAlternativeDevices.OnChanged = nullptr; }
+
+void TSRSystemMixerDevice::AlternativesChanged() {
+  if (FAssigning || FMixer.IsLoading() || FMixer.IsDestroying()) return;
+  FMixer.DoDeviceChanged();
+}
+
+void TSRSystemMixerDevice::Assign(const TSRSystemMixerDevice& Value) {
+  if (&Value == this) return;
+  FAssigning = true;
+  FAlternativeDevices.Clear();
+  const auto& From = Value.GetAlternativeDevices();
+  for (size_t I = 0; I < From.Count(); ++I) FAlternativeDevices.Add()->SetDeviceName(From.Get(I)->GetDeviceName());
+  FAssigning = false;
+  SetName(Value.GetName());
+}
 
 const TWBClassInfo& TSRSystemMixerDevice::ClassInfo() {
   using D = TSRSystemMixerDevice;
@@ -459,6 +486,7 @@ std::vector<std::string> TSRSystemMixerDevice::GetDeviceList() const {
 
 bool TSRSystemMixerDevice::ShowDeviceSelctDialog() {
   TKBDeviceListForm Form;
+  Form.SetParentWindow(TKBDeviceListForm::ApplicationTopmostWindow());
   Form.SetCaption("Select Mixer Device");
   Form.SetItems(GetDeviceList());
   Form.SetPreselected(FName);
@@ -488,14 +516,9 @@ TSRSystemMixer::~TSRSystemMixer() {
   FWindow.reset();
 }
 
-void TSRSystemMixer::SetDevice(const TSRSystemMixerDevice& Value) {
-  if (&Value == &FDevice) return;
-  FDevice.GetAlternativeDevices().Clear();
-  const auto& From = Value.GetAlternativeDevices();
-  for (size_t I = 0; I < From.Count(); ++I)
-    FDevice.GetAlternativeDevices().Add()->SetDeviceName(From.Get(I)->GetDeviceName());
-  FDevice.SetName(Value.GetName());
-}
+void TSRSystemMixer::SetDevice(const TSRSystemMixerDevice& Value) { FDevice.Assign(Value); }
+
+void TSRSystemMixer::Loaded() { DoDeviceChanged(); }
 
 void* TSRSystemMixer::GetNotifyWindow() const { return FWindow ? FWindow->GetHandle() : nullptr; }
 

@@ -298,7 +298,9 @@ class TSRSystemMixerDeviceItem : public TWBCollectionItem {
   using TWBCollectionItem::TWBCollectionItem;
   static const TWBClassInfo& ClassInfo();
   const std::string& GetDeviceName() const { return FDeviceName; }
-  void SetDeviceName(const std::string& Value) { FDeviceName = Value; }
+  // [main thread] A new name is a change of the alternatives (the mixer
+  // chooses its device again).
+  void SetDeviceName(const std::string& Value);
   std::string GetDisplayName() const override { return FDeviceName; }
 
  private:
@@ -306,11 +308,18 @@ class TSRSystemMixerDeviceItem : public TWBCollectionItem {
 };
 
 // The persisted choice of device: the name wanted, alternatives tried in
-// order when it is absent, and the name of the device actually opened.
+// order when it is absent, and the name of the device actually opened. A new
+// Name and every change of the alternatives (an item added, removed or moved,
+// a new DeviceName) let the mixer choose its device again; while the mixer is
+// loading, its Loaded does that once.
 class TSRSystemMixerDevice : public TWBPersistent {
  public:
   explicit TSRSystemMixerDevice(TSRSystemMixer& Mixer);
+  ~TSRSystemMixerDevice() override;
   static const TWBClassInfo& ClassInfo();
+  // [main thread] Takes Value's alternatives and then its name; the mixer
+  // chooses its device once, when the name is set.
+  void Assign(const TSRSystemMixerDevice& Value);
 
   const std::string& GetName() const { return FName; }
   // [main thread] Sets the name and lets the mixer choose its device again.
@@ -322,17 +331,19 @@ class TSRSystemMixerDevice : public TWBPersistent {
 
   // [main thread] The product names of all mixer devices, in device order.
   std::vector<std::string> GetDeviceList() const;
-  // [main thread] The device list form over the application's window; a
-  // confirmed choice becomes Name. Answers whether it was confirmed.
+  // [main thread] The device list form, owned by the application's topmost
+  // window; a confirmed choice becomes Name. Answers whether it was confirmed.
   bool ShowDeviceSelctDialog();  // Deliberately misspelt: kept as the component's published name.
   // [main thread] Closes the mixer's device.
   void CloseDevice();
 
  private:
+  void AlternativesChanged();
   TSRSystemMixer& FMixer;
   std::string FName;
   std::string FOpenedName;
   TWBCollection<TSRSystemMixerDeviceItem> FAlternativeDevices;
+  bool FAssigning = false;
 };
 
 // An item's stored association: where its control was, to find it again.
@@ -647,6 +658,10 @@ class TSRSystemMixer : public TWBComponent {
   Winmmmixer::IMixerApi& GetApi() const { return Winmmmixer::GetMixerApi(); }
   void* GetHandle() const { return FHandle; }
   void* GetNotifyWindow() const;
+
+ protected:
+  // Chooses the device by the selector that was read.
+  void Loaded() override;
 
  private:
   bool HandleMessage(uint32_t Message, uintptr_t WParam, intptr_t LParam);

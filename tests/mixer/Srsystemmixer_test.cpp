@@ -461,11 +461,51 @@ TEST_F(SystemMixerTest, TheDeviceIsChosenByNameThenByAlternatives) {
   Copy.GetDevice().CloseDevice();
   EXPECT_EQ(Copy.GetMixerId(), -1);
 
-  // Assigning a device description takes its alternatives before its name.
+  // Assigning a device description takes its alternatives before its name,
+  // and chooses once, with both.
   TSRSystemMixer Third;
+  Script.Calls.clear();
   Third.SetDevice(Mixer.GetDevice());
   EXPECT_EQ(Third.GetDevice().GetAlternativeDevices().Count(), 1u);
   EXPECT_EQ(Third.GetMixerId(), 1);
+  EXPECT_EQ(Script.Calls, (std::vector<std::string>{"Open 1 window"}));
+}
+
+TEST_F(SystemMixerTest, ChangingTheAlternativesChoosesTheDeviceAgain) {
+  auto& Alternatives = Mixer.GetDevice().GetAlternativeDevices();
+  Mixer.GetDevice().SetName("Nope");
+  EXPECT_EQ(Mixer.GetMixerId(), -1);
+  Alternatives.Add()->SetDeviceName("Headset (Scripted)");
+  EXPECT_EQ(Mixer.GetMixerId(), 1);
+  // A new name of an item.
+  Alternatives.Get(0)->SetDeviceName("Speakers (Scripted)");
+  EXPECT_EQ(Mixer.GetMixerId(), 0);
+  // An item moved in front of the others.
+  Alternatives.Add()->SetDeviceName("Headset (Scripted)");
+  EXPECT_EQ(Mixer.GetMixerId(), 0);
+  Alternatives.Get(1)->SetIndex(0);
+  EXPECT_EQ(Mixer.GetMixerId(), 1);
+  // An item removed.
+  Alternatives.Delete(0);
+  EXPECT_EQ(Mixer.GetMixerId(), 0);
+  // A present Name wins over any alternative.
+  Mixer.GetDevice().SetName("Headset (Scripted)");
+  Alternatives.Add()->SetDeviceName("Speakers (Scripted)");
+  EXPECT_EQ(Mixer.GetMixerId(), 1);
+
+  // A document with alternatives and no name opens the first present one once loaded.
+  TSRSystemMixer Source;
+  Source.GetDevice().GetAlternativeDevices().Add()->SetDeviceName("Missing");
+  Source.GetDevice().GetAlternativeDevices().Add()->SetDeviceName("Headset (Scripted)");
+  Source.Close();
+  const TWBValue Saved = SaveComponent(Source);
+  TSRSystemMixer Copy;
+  std::vector<std::string> Problems;
+  Script.Calls.clear();
+  LoadComponent(Copy, Saved, Problems);
+  EXPECT_TRUE(Problems.empty());
+  EXPECT_EQ(Copy.GetMixerId(), 1);
+  EXPECT_EQ(Script.Calls, (std::vector<std::string>{"Open 1 window"}));
 }
 
 
