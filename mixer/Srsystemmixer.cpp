@@ -345,7 +345,6 @@ TSRSystemMixerConnection::~TSRSystemMixerConnection() { FControls.Clear(); }
 
 void TSRSystemMixerConnection::CreateControls() {
   const uint32_t Count = FRecord.cControls;
-  if (Count == 0) return;
   // A device may answer any count: a buffer that cannot be had leaves the connection empty.
   std::unique_ptr<TMixerControl[]> Buffer;
   try {
@@ -525,7 +524,8 @@ void* TSRSystemMixer::GetNotifyWindow() const { return FWindow ? FWindow->GetHan
 bool TSRSystemMixer::HandleMessage(uint32_t Message, uintptr_t WParam, intptr_t LParam) {
   if (Message == MsgLineChange) return true;  // acknowledged, nothing to do
   if (Message == MsgControlChange) {
-    if (LParam != -1) DoControlUpdate(static_cast<uint32_t>(LParam));
+    // -1 ("all controls") in the message's 32 bits, however the system widened them.
+    if (static_cast<int32_t>(LParam) != -1) DoControlUpdate(static_cast<uint32_t>(LParam));
     return true;
   }
   return false;

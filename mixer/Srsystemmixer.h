@@ -410,6 +410,8 @@ class TSRSystemMixerCollectionItem : public TLockCollectionItem, public ISRSyste
  protected:
   // The pin list of this kind in the mixer's pin groups.
   TPWPinList& GetPinList() const;
+  // The pin's own text while a control is bound, else the base's text.
+  std::string PinNameWhenBound() const;
   // Adds the kind's pin to its list (the list owns it from then on).
   void AttachPin(TPWBasicPin* Pin);
   // The name for a new pin: the collection's item name and a number.
@@ -469,6 +471,7 @@ class TSRSystemMixerIntegerItem : public TSRSystemMixerCollectionItem {
  public:
   TSRSystemMixerIntegerItem(TWBCollectionBase& Collection, TSRSystemMixerControlCategory Category);
   TPWBasicPin* GetPin() const override { return FPin; }
+  std::string GetPinName() const override { return PinNameWhenBound(); }
   void OnMixerControlChange(TSRSystemMixerControl* Control) override;
   int32_t GetValue() const;
   void SetValue(int32_t Value);
@@ -498,6 +501,7 @@ class TSRSystemMixerBoolItem : public TSRSystemMixerCollectionItem {
  public:
   TSRSystemMixerBoolItem(TWBCollectionBase& Collection, TSRSystemMixerControlCategory Category);
   TPWBasicPin* GetPin() const override { return FPin; }
+  std::string GetPinName() const override { return PinNameWhenBound(); }
   void OnMixerControlChange(TSRSystemMixerControl* Control) override;
   bool GetValue() const;
   void SetValue(bool Value);
@@ -531,6 +535,7 @@ class TSRSystemMixerIntegerMeterCollectionItem : public TSRSystemMixerCollection
     return TSRSystemMixerControlCategory::mctIntegerMeter;
   }
   TPWBasicPin* GetPin() const override { return FPin; }
+  std::string GetPinName() const override { return PinNameWhenBound(); }
   void OnMixerControlChange(TSRSystemMixerControl* Control) override;
   bool IsSameType(TSRSystemMixerControlType ControlType) const override;
   int32_t GetValue() const;
@@ -552,6 +557,7 @@ class TSRSystemMixerBooleanMeterCollectionItem : public TSRSystemMixerCollection
     return TSRSystemMixerControlCategory::mctBooleanMeter;
   }
   TPWBasicPin* GetPin() const override { return FPin; }
+  std::string GetPinName() const override { return PinNameWhenBound(); }
   void OnMixerControlChange(TSRSystemMixerControl* Control) override;
   bool IsSameType(TSRSystemMixerControlType ControlType) const override;
   bool GetValue() const;

@@ -102,7 +102,7 @@ class SystemMixerTest : public ::testing::Test {
     TScriptedDestination Phones;
     Phones.ComponentType = 5;
     Phones.Name = "Headset";
-    Phones.Controls = {Ctl(100, 0x50030001, "Volume")};
+    Phones.Controls = {Ctl(100, 0x50030001, "Volume"), Ctl(0xFFFFFFFF, 0x20010002, "Mute")};
     Headset.Destinations = {Phones};
     Script.Devices = {Speakers, Headset};
   }
@@ -357,6 +357,16 @@ TEST_F(SystemMixerTest, ControlChangesReachTheClientsThroughTheWindow) {
   EXPECT_EQ(A.Control, nullptr);
   EXPECT_EQ(B.Control, nullptr);
   EXPECT_EQ(Other.Control, nullptr);
+
+  // "All controls" is -1 in the message's 32 bits, also when they were widened
+  // without the sign: a control whose ID has every bit set hears nothing of it.
+  Mixer.SetMixerId(1);
+  TClient AllBits;
+  AllBits.SetMixerControl(Control(0xFFFFFFFF));
+  ASSERT_NE(AllBits.Control, nullptr);
+  ASSERT_TRUE(PostMixerMessage(Mixer.GetNotifyWindow(), MsgControlChange, 0, static_cast<intptr_t>(uintptr_t{0xFFFFFFFF})));
+  EXPECT_EQ(DeliverPostedMixerMessages(), 1);
+  EXPECT_TRUE(AllBits.Heard.empty());
 }
 
 TEST_F(SystemMixerTest, ItemsAreFoundAgainByAssociationAfterEachRebuild) {
@@ -554,11 +564,13 @@ TEST_F(SystemMixerTest, FaderItemsFollowTheirControlBothWays) {
   EXPECT_EQ(A.GetStatePin().GetValue(), 3000);
   EXPECT_EQ(Listener.Int.GetValue(), 3000);
 
-  // Closing unbinds; the pins keep their last value.
+  // Closing unbinds; the pins keep their last value. A fader's pin name goes
+  // by its pin's connection, not by the control.
   Mixer.Close();
   EXPECT_EQ(A.GetMixerControl(), nullptr);
   EXPECT_EQ(A.GetStatePin().GetValue(), 3000);
   EXPECT_EQ(A.GetValue(), 0);
+  EXPECT_EQ(A.GetPinName(), A.GetStatePin().GetDisplayName());
   Peer.Int.DisconnectAll();
 }
 
@@ -590,6 +602,10 @@ TEST_F(SystemMixerTest, EachKindDrivesItsControlThroughItsPin) {
   EXPECT_EQ(Script.FindControl(0, 11)->Value, 1u);
   EXPECT_TRUE(Mute.GetValue());
   Peer.Bool.DisconnectAll();
+  // The other kinds name their pin by the pin's own text while a control is bound.
+  EXPECT_EQ(Mute.GetPinName(), Mute.GetPin()->GetDisplayName());
+  EXPECT_NE(Mute.GetPinName(), "Not connected");
+  EXPECT_EQ(Groups.GetSwitches().Add()->GetPinName(), "Not connected");
 
   // Meters send the value out, even an unchanged one.
   TSRSystemMixerIntegerMeterCollectionItem& Peak = *Groups.GetIntegerMeters().Add();
