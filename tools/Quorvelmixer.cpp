@@ -5,12 +5,14 @@
 //   quorvel mixer watch [-d DEVICE] [-s SECONDS] [-i MS]
 // A control is named by its detailed name as list prints it; without -d the
 // devices are searched in order and the first that has the control is used.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <map>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "mixer/Srsystemmixer.h"
@@ -211,15 +213,15 @@ int Set(const TArgs& Args) {
 // found by reading every value at each tick.
 class TWatcher : public ISRSystemMixerControlClient {
  public:
-  TWatcher(TSRSystemMixer& Mixer, std::string Device) : FMixer(Mixer), FDevice(std::move(Device)) {
+  TWatcher(const TSRSystemMixer& Mixer, std::string Device) : FDevice(std::move(Device)) {
     for (TSRSystemMixerControl* Control : Controls(Mixer)) {
       FValues[Control] = ValueText(*Control);
       Control->AddRef(this);
     }
   }
+  // Before its mixer: the controls are still there to let it go.
   ~TWatcher() override {
-    for (auto& [Control, Value] : FValues)
-      if (Control) Control->RemoveRef(this);
+    for (auto& [Control, Value] : FValues) Control->RemoveRef(this);
   }
   size_t Count() const { return FValues.size(); }
   void SetMixerControl(TSRSystemMixerControl* Control) override {}
@@ -238,7 +240,6 @@ class TWatcher : public ISRSystemMixerControlClient {
     std::printf("%7.2f s  %s: %s = %s\n", Seconds(), FDevice.c_str(), Control.GetDetailedName().c_str(), Now.c_str());
     std::fflush(stdout);
   }
-  TSRSystemMixer& FMixer;
   std::string FDevice;
   std::map<TSRSystemMixerControl*, std::string> FValues;
   std::chrono::steady_clock::time_point FStart = std::chrono::steady_clock::now();
