@@ -345,7 +345,6 @@ TSRSystemMixerConnection::~TSRSystemMixerConnection() { FControls.Clear(); }
 
 void TSRSystemMixerConnection::CreateControls() {
   const uint32_t Count = FRecord.cControls;
-  if (Count == 0) return;
   // A device may answer any count: a buffer that cannot be had leaves the connection empty.
   std::unique_ptr<TMixerControl[]> Buffer;
   try {
@@ -427,8 +426,35 @@ const TWBClassInfo& TSRSystemMixerDeviceItem::ClassInfo() {
   return Info;
 }
 
+void TSRSystemMixerDeviceItem::SetDeviceName(const std::string& Value) {
+  if (Value == FDeviceName) return;
+  FDeviceName = Value;
+  TWBCollectionBase& Collection = GetCollection();
+  if (Collection.OnChanged) Collection.OnChanged(Collection);
+}
+
 TSRSystemMixerDevice::TSRSystemMixerDevice(TSRSystemMixer& Mixer)
-    : TWBPersistent(&Mixer), FMixer(Mixer), FAlternativeDevices(&Mixer, "AlternativeDevice") {}
+    : TWBPersistent(&Mixer), FMixer(Mixer), FAlternativeDevices(&Mixer, "AlternativeDevice") {
+  FAlternativeDevices.OnChanged = [this](TWBCollectionBase&) { AlternativesChanged(); };
+}
+
+// The alternatives go with the selector, after the rest of the mixer: nothing to report then.
+TSRSystemMixerDevice::~TSRSystemMixerDevice() { FAlternativeDevices.OnChanged = nullptr; }
+
+void TSRSystemMixerDevice::AlternativesChanged() {
+  if (FAssigning || FMixer.IsLoading() || FMixer.IsDestroying()) return;
+  FMixer.DoDeviceChanged();
+}
+
+void TSRSystemMixerDevice::Assign(const TSRSystemMixerDevice& Value) {
+  if (&Value == this) return;
+  FAssigning = true;
+  FAlternativeDevices.Clear();
+  const auto& From = Value.GetAlternativeDevices();
+  for (size_t I = 0; I < From.Count(); ++I) FAlternativeDevices.Add()->SetDeviceName(From.Get(I)->GetDeviceName());
+  FAssigning = false;
+  SetName(Value.GetName());
+}
 
 const TWBClassInfo& TSRSystemMixerDevice::ClassInfo() {
   using D = TSRSystemMixerDevice;
@@ -459,6 +485,7 @@ std::vector<std::string> TSRSystemMixerDevice::GetDeviceList() const {
 
 bool TSRSystemMixerDevice::ShowDeviceSelctDialog() {
   TKBDeviceListForm Form;
+  Form.SetParentWindow(TKBDeviceListForm::ApplicationTopmostWindow());
   Form.SetCaption("Select Mixer Device");
   Form.SetItems(GetDeviceList());
   Form.SetPreselected(FName);
@@ -488,21 +515,17 @@ TSRSystemMixer::~TSRSystemMixer() {
   FWindow.reset();
 }
 
-void TSRSystemMixer::SetDevice(const TSRSystemMixerDevice& Value) {
-  if (&Value == &FDevice) return;
-  FDevice.GetAlternativeDevices().Clear();
-  const auto& From = Value.GetAlternativeDevices();
-  for (size_t I = 0; I < From.Count(); ++I)
-    FDevice.GetAlternativeDevices().Add()->SetDeviceName(From.Get(I)->GetDeviceName());
-  FDevice.SetName(Value.GetName());
-}
+void TSRSystemMixer::SetDevice(const TSRSystemMixerDevice& Value) { FDevice.Assign(Value); }
+
+void TSRSystemMixer::Loaded() { DoDeviceChanged(); }
 
 void* TSRSystemMixer::GetNotifyWindow() const { return FWindow ? FWindow->GetHandle() : nullptr; }
 
 bool TSRSystemMixer::HandleMessage(uint32_t Message, uintptr_t WParam, intptr_t LParam) {
   if (Message == MsgLineChange) return true;  // acknowledged, nothing to do
   if (Message == MsgControlChange) {
-    if (LParam != -1) DoControlUpdate(static_cast<uint32_t>(LParam));
+    // -1 ("all controls") in the message's 32 bits, however the system widened them.
+    if (static_cast<int32_t>(LParam) != -1) DoControlUpdate(static_cast<uint32_t>(LParam));
     return true;
   }
   return false;

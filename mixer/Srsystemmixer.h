@@ -298,7 +298,9 @@ class TSRSystemMixerDeviceItem : public TWBCollectionItem {
   using TWBCollectionItem::TWBCollectionItem;
   static const TWBClassInfo& ClassInfo();
   const std::string& GetDeviceName() const { return FDeviceName; }
-  void SetDeviceName(const std::string& Value) { FDeviceName = Value; }
+  // [main thread] A new name is a change of the alternatives (the mixer
+  // chooses its device again).
+  void SetDeviceName(const std::string& Value);
   std::string GetDisplayName() const override { return FDeviceName; }
 
  private:
@@ -306,11 +308,18 @@ class TSRSystemMixerDeviceItem : public TWBCollectionItem {
 };
 
 // The persisted choice of device: the name wanted, alternatives tried in
-// order when it is absent, and the name of the device actually opened.
+// order when it is absent, and the name of the device actually opened. A new
+// Name and every change of the alternatives (an item added, removed or moved,
+// a new DeviceName) let the mixer choose its device again; while the mixer is
+// loading, its Loaded does that once.
 class TSRSystemMixerDevice : public TWBPersistent {
  public:
   explicit TSRSystemMixerDevice(TSRSystemMixer& Mixer);
+  ~TSRSystemMixerDevice() override;
   static const TWBClassInfo& ClassInfo();
+  // [main thread] Takes Value's alternatives and then its name; the mixer
+  // chooses its device once, when the name is set.
+  void Assign(const TSRSystemMixerDevice& Value);
 
   const std::string& GetName() const { return FName; }
   // [main thread] Sets the name and lets the mixer choose its device again.
@@ -322,17 +331,19 @@ class TSRSystemMixerDevice : public TWBPersistent {
 
   // [main thread] The product names of all mixer devices, in device order.
   std::vector<std::string> GetDeviceList() const;
-  // [main thread] The device list form over the application's window; a
-  // confirmed choice becomes Name. Answers whether it was confirmed.
+  // [main thread] The device list form, owned by the application's topmost
+  // window; a confirmed choice becomes Name. Answers whether it was confirmed.
   bool ShowDeviceSelctDialog();  // Deliberately misspelt: kept as the component's published name.
   // [main thread] Closes the mixer's device.
   void CloseDevice();
 
  private:
+  void AlternativesChanged();
   TSRSystemMixer& FMixer;
   std::string FName;
   std::string FOpenedName;
   TWBCollection<TSRSystemMixerDeviceItem> FAlternativeDevices;
+  bool FAssigning = false;
 };
 
 // An item's stored association: where its control was, to find it again.
@@ -399,6 +410,8 @@ class TSRSystemMixerCollectionItem : public TLockCollectionItem, public ISRSyste
  protected:
   // The pin list of this kind in the mixer's pin groups.
   TPWPinList& GetPinList() const;
+  // The pin's own text while a control is bound, else the base's text.
+  std::string PinNameWhenBound() const;
   // Adds the kind's pin to its list (the list owns it from then on).
   void AttachPin(TPWBasicPin* Pin);
   // The name for a new pin: the collection's item name and a number.
@@ -458,6 +471,7 @@ class TSRSystemMixerIntegerItem : public TSRSystemMixerCollectionItem {
  public:
   TSRSystemMixerIntegerItem(TWBCollectionBase& Collection, TSRSystemMixerControlCategory Category);
   TPWBasicPin* GetPin() const override { return FPin; }
+  std::string GetPinName() const override { return PinNameWhenBound(); }
   void OnMixerControlChange(TSRSystemMixerControl* Control) override;
   int32_t GetValue() const;
   void SetValue(int32_t Value);
@@ -487,6 +501,7 @@ class TSRSystemMixerBoolItem : public TSRSystemMixerCollectionItem {
  public:
   TSRSystemMixerBoolItem(TWBCollectionBase& Collection, TSRSystemMixerControlCategory Category);
   TPWBasicPin* GetPin() const override { return FPin; }
+  std::string GetPinName() const override { return PinNameWhenBound(); }
   void OnMixerControlChange(TSRSystemMixerControl* Control) override;
   bool GetValue() const;
   void SetValue(bool Value);
@@ -520,6 +535,7 @@ class TSRSystemMixerIntegerMeterCollectionItem : public TSRSystemMixerCollection
     return TSRSystemMixerControlCategory::mctIntegerMeter;
   }
   TPWBasicPin* GetPin() const override { return FPin; }
+  std::string GetPinName() const override { return PinNameWhenBound(); }
   void OnMixerControlChange(TSRSystemMixerControl* Control) override;
   bool IsSameType(TSRSystemMixerControlType ControlType) const override;
   int32_t GetValue() const;
@@ -541,6 +557,7 @@ class TSRSystemMixerBooleanMeterCollectionItem : public TSRSystemMixerCollection
     return TSRSystemMixerControlCategory::mctBooleanMeter;
   }
   TPWBasicPin* GetPin() const override { return FPin; }
+  std::string GetPinName() const override { return PinNameWhenBound(); }
   void OnMixerControlChange(TSRSystemMixerControl* Control) override;
   bool IsSameType(TSRSystemMixerControlType ControlType) const override;
   bool GetValue() const;
@@ -647,6 +664,10 @@ class TSRSystemMixer : public TWBComponent {
   Winmmmixer::IMixerApi& GetApi() const { return Winmmmixer::GetMixerApi(); }
   void* GetHandle() const { return FHandle; }
   void* GetNotifyWindow() const;
+
+ protected:
+  // Chooses the device by the selector that was read.
+  void Loaded() override;
 
  private:
   bool HandleMessage(uint32_t Message, uintptr_t WParam, intptr_t LParam);

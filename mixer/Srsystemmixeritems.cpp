@@ -55,6 +55,12 @@ TPWPinList& TSRSystemMixerCollectionItem::GetPinList() const {
   return FMixer->GetControlPinGroups().ForCategory(FPinCategory);
 }
 
+std::string TSRSystemMixerCollectionItem::PinNameWhenBound() const {
+  TPWBasicPin* Pin = GetPin();
+  if (GetMixerControl() && Pin) return Pin->GetDisplayName();
+  return TSRSystemMixerCollectionItem::GetPinName();
+}
+
 void TSRSystemMixerCollectionItem::AttachPin(TPWBasicPin* Pin) {
   FOwnPin = Pin;
   GetPinList().Add(Pin);
@@ -124,8 +130,9 @@ TSRSystemMixerRangedItem::TSRSystemMixerRangedItem(TWBCollectionBase& Collection
   AttachPin(FPin);
 }
 
+// The fader and slider items go by their pin's connection rather than by the control.
 std::string TSRSystemMixerRangedItem::GetPinName() const {
-  if (GetMixerControl() && FPin->IsConnected()) return FPin->GetDisplayName();
+  if (FPin->IsConnected()) return FPin->GetDisplayName();
   return TSRSystemMixerCollectionItem::GetPinName();
 }
 

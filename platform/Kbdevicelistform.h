@@ -31,6 +31,10 @@ class TKBDeviceListForm {
   const std::string& GetCaption() const { return FCaption; }
   void SetItems(const std::vector<std::string>& Value) { FItems = Value; }
   const std::vector<std::string>& GetItems() const { return FItems; }
+  // [main thread] The application's topmost window: its visible top-level
+  // window highest in the Z order (an HWND on Windows); nullptr when it has
+  // none, and where there is no windowing system.
+  static void* ApplicationTopmostWindow();
   // Owner window (an HWND on Windows); nullptr: the thread's active window.
   void SetParentWindow(void* Value) { FParent = Value; }
   void* GetParentWindow() const { return FParent; }

@@ -5,4 +5,6 @@ namespace Quorvel {
 
 int TKBDeviceListForm::RunDialog() const { return -1; }
 
+void* TKBDeviceListForm::ApplicationTopmostWindow() { return nullptr; }
+
 }  // namespace Quorvel

@@ -127,6 +127,21 @@ INT_PTR CALLBACK DialogProc(HWND Window, UINT Message, WPARAM WParam, LPARAM LPa
 
 }  // namespace
 
+void* TKBDeviceListForm::ApplicationTopmostWindow() {
+  // Top-level windows come in Z order, topmost first.
+  HWND Found = nullptr;
+  EnumWindows(
+      [](HWND Window, LPARAM Param) -> BOOL {
+        DWORD Process = 0;
+        GetWindowThreadProcessId(Window, &Process);
+        if (Process != GetCurrentProcessId() || !IsWindowVisible(Window)) return TRUE;
+        *reinterpret_cast<HWND*>(Param) = Window;
+        return FALSE;
+      },
+      reinterpret_cast<LPARAM>(&Found));
+  return Found;
+}
+
 int TKBDeviceListForm::RunDialog() const {
   TTemplateWriter T;
   T.Dword(DS_MODALFRAME | DS_CENTER | DS_SETFONT | WS_POPUP | WS_CAPTION | WS_SYSMENU);

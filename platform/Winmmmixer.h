@@ -162,7 +162,7 @@ IMixerApi& GetMixerApi();
 void SetMixerApi(IMixerApi* Api);
 
 // The hidden window that receives a mixer's notifications on the thread that
-// made it. Handler gets each message and answers whether it handled it;
+// made it, which is also the thread that destroys it. Handler gets each message and answers whether it handled it;
 // what it leaves is passed on to the system's default handling.
 class TMixerNotifyWindow {
  public:
@@ -182,10 +182,13 @@ class TMixerNotifyWindow {
 };
 
 // [any thread] Posts a message to a notification window, as a driver does;
-// false when it could not be posted.
+// false when it could not be posted (no such window, or its thread's queue
+// is full: 10000 messages waiting, Windows' default limit).
 bool PostMixerMessage(void* Window, uint32_t Message, uintptr_t WParam, intptr_t LParam);
-// [the window's thread] Delivers the messages posted to this thread's
-// windows so far; answers how many were delivered.
+// [the window's thread] Delivers the mixer messages waiting for this
+// thread's windows when it is called (those posted meanwhile wait for the
+// next call); answers how many were delivered. On Windows the thread's own
+// message loop delivers them too; elsewhere this is the only way.
 int DeliverPostedMixerMessages();
 
 }  // namespace Quorvel::Winmmmixer

@@ -3,6 +3,8 @@
 #include <windows.h>
 #include <mmsystem.h>
 
+#include <vector>
+
 #include "platform/Winmmmixer.h"
 
 namespace Quorvel::Winmmmixer {
@@ -108,13 +110,17 @@ bool PostMixerMessage(void* Window, uint32_t Message, uintptr_t WParam, intptr_t
 }
 
 int DeliverPostedMixerMessages() {
-  int N = 0;
+  // Only what waits now (at most a full queue's worth): taken out first and
+  // then dispatched, so a handler that makes new messages cannot keep one
+  // call going.
+  constexpr size_t kQueueLimit = 10000;
+  std::vector<MSG> Waiting;
   MSG M;
-  while (PeekMessageW(&M, nullptr, MM_MIXM_LINE_CHANGE, MM_MIXM_CONTROL_CHANGE, PM_REMOVE)) {
-    DispatchMessageW(&M);
-    ++N;
-  }
-  return N;
+  while (Waiting.size() < kQueueLimit &&
+         PeekMessageW(&M, nullptr, MM_MIXM_LINE_CHANGE, MM_MIXM_CONTROL_CHANGE, PM_REMOVE))
+    Waiting.push_back(M);
+  for (const MSG& Message : Waiting) DispatchMessageW(&Message);
+  return static_cast<int>(Waiting.size());
 }
 
 }  // namespace Quorvel::Winmmmixer

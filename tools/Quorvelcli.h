@@ -149,6 +149,7 @@ int Demo(const TArgs& Args);     // quorvel.cpp
 int Process(const TArgs& Args);  // Quorvelprocess.cpp
 int Asio(const TArgs& Args);     // Quorvelasio.cpp
 int Volume(const TArgs& Args);   // Quorvelvolume.cpp (Windows), Quorvelvolume_posix.cpp
+int Mixer(const TArgs& Args);    // Quorvelmixer.cpp
 int Dmo(const TArgs& Args);      // Quorveldmo.cpp (Windows), Quorvelmedia_posix.cpp
 int Acm(const TArgs& Args);      // Quorvelacm.cpp (Windows), Quorvelmedia_posix.cpp
 int Encode(const TArgs& Args);   // Quorvelacm.cpp (Windows), Quorvelmedia_posix.cpp

@@ -6,6 +6,7 @@
 //   quorvel demo                         the bundled test plug-in on a generated tone
 //   quorvel asio list|info|run           ASIO drivers and a chain through one (Quorvelasio.cpp)
 //   quorvel volume list|get|set|watch    audio endpoint levels and meters (Quorvelvolume.cpp)
+//   quorvel mixer list|get|set|watch     winmm mixer lines and controls (Quorvelmixer.cpp)
 //   quorvel dmo list|process             audio-effect DMOs (Quorveldmo.cpp)
 //   quorvel acm list, encode, decode     ACM codecs and WAV files through them (Quorvelacm.cpp)
 //   quorvel log                          a WAV file's samples through the raw logger (Quorvelmedia.cpp)
@@ -227,6 +228,7 @@ int main(int Argc, char** Argv) {
     if (Command == "process") return Cli::Process(Args);
     if (Command == "asio") return Cli::Asio(Args);
     if (Command == "volume") return Cli::Volume(Args);
+    if (Command == "mixer") return Cli::Mixer(Args);
     if (Command == "dmo") return Cli::Dmo(Args);
     if (Command == "acm") return Cli::Acm(Args);
     if (Command == "encode") return Cli::Encode(Args);

@@ -102,7 +102,7 @@ class SystemMixerTest : public ::testing::Test {
     TScriptedDestination Phones;
     Phones.ComponentType = 5;
     Phones.Name = "Headset";
-    Phones.Controls = {Ctl(100, 0x50030001, "Volume")};
+    Phones.Controls = {Ctl(100, 0x50030001, "Volume"), Ctl(0xFFFFFFFF, 0x20010002, "Mute")};
     Headset.Destinations = {Phones};
     Script.Devices = {Speakers, Headset};
   }
@@ -357,6 +357,16 @@ TEST_F(SystemMixerTest, ControlChangesReachTheClientsThroughTheWindow) {
   EXPECT_EQ(A.Control, nullptr);
   EXPECT_EQ(B.Control, nullptr);
   EXPECT_EQ(Other.Control, nullptr);
+
+  // "All controls" is -1 in the message's 32 bits, also when they were widened
+  // without the sign: a control whose ID has every bit set hears nothing of it.
+  Mixer.SetMixerId(1);
+  TClient AllBits;
+  AllBits.SetMixerControl(Control(0xFFFFFFFF));
+  ASSERT_NE(AllBits.Control, nullptr);
+  ASSERT_TRUE(PostMixerMessage(Mixer.GetNotifyWindow(), MsgControlChange, 0, static_cast<intptr_t>(uintptr_t{0xFFFFFFFF})));
+  EXPECT_EQ(DeliverPostedMixerMessages(), 1);
+  EXPECT_TRUE(AllBits.Heard.empty());
 }
 
 TEST_F(SystemMixerTest, ItemsAreFoundAgainByAssociationAfterEachRebuild) {
@@ -461,11 +471,51 @@ TEST_F(SystemMixerTest, TheDeviceIsChosenByNameThenByAlternatives) {
   Copy.GetDevice().CloseDevice();
   EXPECT_EQ(Copy.GetMixerId(), -1);
 
-  // Assigning a device description takes its alternatives before its name.
+  // Assigning a device description takes its alternatives before its name,
+  // and chooses once, with both.
   TSRSystemMixer Third;
+  Script.Calls.clear();
   Third.SetDevice(Mixer.GetDevice());
   EXPECT_EQ(Third.GetDevice().GetAlternativeDevices().Count(), 1u);
   EXPECT_EQ(Third.GetMixerId(), 1);
+  EXPECT_EQ(Script.Calls, (std::vector<std::string>{"Open 1 window"}));
+}
+
+TEST_F(SystemMixerTest, ChangingTheAlternativesChoosesTheDeviceAgain) {
+  auto& Alternatives = Mixer.GetDevice().GetAlternativeDevices();
+  Mixer.GetDevice().SetName("Nope");
+  EXPECT_EQ(Mixer.GetMixerId(), -1);
+  Alternatives.Add()->SetDeviceName("Headset (Scripted)");
+  EXPECT_EQ(Mixer.GetMixerId(), 1);
+  // A new name of an item.
+  Alternatives.Get(0)->SetDeviceName("Speakers (Scripted)");
+  EXPECT_EQ(Mixer.GetMixerId(), 0);
+  // An item moved in front of the others.
+  Alternatives.Add()->SetDeviceName("Headset (Scripted)");
+  EXPECT_EQ(Mixer.GetMixerId(), 0);
+  Alternatives.Get(1)->SetIndex(0);
+  EXPECT_EQ(Mixer.GetMixerId(), 1);
+  // An item removed.
+  Alternatives.Delete(0);
+  EXPECT_EQ(Mixer.GetMixerId(), 0);
+  // A present Name wins over any alternative.
+  Mixer.GetDevice().SetName("Headset (Scripted)");
+  Alternatives.Add()->SetDeviceName("Speakers (Scripted)");
+  EXPECT_EQ(Mixer.GetMixerId(), 1);
+
+  // A document with alternatives and no name opens the first present one once loaded.
+  TSRSystemMixer Source;
+  Source.GetDevice().GetAlternativeDevices().Add()->SetDeviceName("Missing");
+  Source.GetDevice().GetAlternativeDevices().Add()->SetDeviceName("Headset (Scripted)");
+  Source.Close();
+  const TWBValue Saved = SaveComponent(Source);
+  TSRSystemMixer Copy;
+  std::vector<std::string> Problems;
+  Script.Calls.clear();
+  LoadComponent(Copy, Saved, Problems);
+  EXPECT_TRUE(Problems.empty());
+  EXPECT_EQ(Copy.GetMixerId(), 1);
+  EXPECT_EQ(Script.Calls, (std::vector<std::string>{"Open 1 window"}));
 }
 
 
@@ -504,18 +554,23 @@ TEST_F(SystemMixerTest, FaderItemsFollowTheirControlBothWays) {
   EXPECT_EQ(DeliverPostedMixerMessages(), 1);
   EXPECT_EQ(B.GetStatePin().GetValue(), 2000);
 
-  // A change made elsewhere reaches the pins, and what they are connected to.
-  ASSERT_TRUE(B.GetStatePin().Connect(Peer.Int));
+  // A change made elsewhere reaches the pins, and what they are connected to
+  // (another component: pins of one pair of components connect one way only,
+  // so their locks are always taken in the same order).
+  TPinPeer Listener;
+  ASSERT_TRUE(B.GetStatePin().Connect(Listener.Int));
   Script.ChangeValue(0, 10, 3000);
   DeliverPostedMixerMessages();
   EXPECT_EQ(A.GetStatePin().GetValue(), 3000);
-  EXPECT_EQ(Peer.Int.GetValue(), 3000);
+  EXPECT_EQ(Listener.Int.GetValue(), 3000);
 
-  // Closing unbinds; the pins keep their last value.
+  // Closing unbinds; the pins keep their last value. A fader's pin name goes
+  // by its pin's connection, not by the control.
   Mixer.Close();
   EXPECT_EQ(A.GetMixerControl(), nullptr);
   EXPECT_EQ(A.GetStatePin().GetValue(), 3000);
   EXPECT_EQ(A.GetValue(), 0);
+  EXPECT_EQ(A.GetPinName(), A.GetStatePin().GetDisplayName());
   Peer.Int.DisconnectAll();
 }
 
@@ -547,21 +602,26 @@ TEST_F(SystemMixerTest, EachKindDrivesItsControlThroughItsPin) {
   EXPECT_EQ(Script.FindControl(0, 11)->Value, 1u);
   EXPECT_TRUE(Mute.GetValue());
   Peer.Bool.DisconnectAll();
+  // The other kinds name their pin by the pin's own text while a control is bound.
+  EXPECT_EQ(Mute.GetPinName(), Mute.GetPin()->GetDisplayName());
+  EXPECT_NE(Mute.GetPinName(), "Not connected");
+  EXPECT_EQ(Groups.GetSwitches().Add()->GetPinName(), "Not connected");
 
   // Meters send the value out, even an unchanged one.
   TSRSystemMixerIntegerMeterCollectionItem& Peak = *Groups.GetIntegerMeters().Add();
   Peak.SetMixerControl(Control(3));
   EXPECT_EQ(Peak.GetMin(), -32768);
   EXPECT_EQ(Peak.GetMax(), 32767);
-  ASSERT_TRUE(Peak.GetPin()->Connect(Peer.Int));
+  TPinPeer Listener;  // mixer to Listener, as Peer connects to the mixer: one way per pair
+  ASSERT_TRUE(Peak.GetPin()->Connect(Listener.Int));
   Script.ChangeValue(0, 3, static_cast<uint32_t>(-700));
   DeliverPostedMixerMessages();
-  EXPECT_EQ(Peer.Int.GetValue(), -700);
-  Peer.Int.SetValue(0);
+  EXPECT_EQ(Listener.Int.GetValue(), -700);
+  Listener.Int.SetValue(0);
   Script.ChangeValue(0, 3, static_cast<uint32_t>(-700));
   DeliverPostedMixerMessages();
-  EXPECT_EQ(Peer.Int.GetValue(), -700);
-  Peer.Int.DisconnectAll();
+  EXPECT_EQ(Listener.Int.GetValue(), -700);
+  Listener.Int.DisconnectAll();
 
   // Every meter is an integer meter: a boolean meter item never finds one by
   // association, an integer meter item does (though it calls the type foreign).

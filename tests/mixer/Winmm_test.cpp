@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "mixer/Srsystemmixer.h"
+#include "platform/Kbdevicelistform.h"
 // windows.h after the frame headers (it defines WAVE_FORMAT_PCM as a macro).
 #include <windows.h>
 
@@ -96,6 +97,48 @@ TEST(SystemMixerWinmm, WinesDevicesOpenAndTheirMasterVolumeAndMuteReadBack) {
   EXPECT_EQ(Mixer.GetMixerId(), -1);
   EXPECT_EQ(Mixer.GetLineCount(), 0u);
   EXPECT_EQ(Fader.GetMixerControl(), nullptr);
+}
+
+// The selection dialog is a system dialog over the device list, owned by the
+// application's topmost window, which need not be its active one.
+TEST(SystemMixerWinmm, TheSelectionDialogIsOwnedByTheTopmostWindow) {
+  const auto MakeWindow = [] {
+    return CreateWindowExW(0, L"STATIC", L"Quorvel mixer test", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 10, 10, 200, 100,
+                           nullptr, nullptr, GetModuleHandleW(nullptr), nullptr);
+  };
+  const HWND Below = MakeWindow();
+  const HWND Active = MakeWindow();
+  ASSERT_TRUE(Below && Active);
+  SetActiveWindow(Active);
+  SetWindowPos(Below, HWND_TOP, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
+  ASSERT_EQ(TKBDeviceListForm::ApplicationTopmostWindow(), Below);
+
+  TSRSystemMixer Mixer;
+  const std::vector<std::string> Devices = Mixer.GetDevice().GetDeviceList();
+  if (Devices.empty()) GTEST_SKIP() << "no mixer devices";
+  HWND Owner = nullptr;
+  LRESULT Count = -1;
+  WPARAM Command = IDCANCEL;
+  TKBDeviceListForm::SetShownHook([&](void* Window) {
+    const HWND Dialog = static_cast<HWND>(Window);
+    Owner = GetWindow(Dialog, GW_OWNER);
+    Count = SendDlgItemMessageW(Dialog, TKBDeviceListForm::ListBoxId, LB_GETCOUNT, 0, 0);
+    SendDlgItemMessageW(Dialog, TKBDeviceListForm::ListBoxId, LB_SETCURSEL, Devices.size() - 1, 0);
+    PostMessageW(Dialog, WM_COMMAND, Command, 0);
+  });
+  EXPECT_FALSE(Mixer.GetDevice().ShowDeviceSelctDialog());
+  EXPECT_EQ(Owner, Below);
+  EXPECT_EQ(Count, LRESULT(Devices.size()));
+  EXPECT_EQ(Mixer.GetMixerId(), -1);
+
+  // Confirmed: the choice becomes the name, which opens that device.
+  Command = IDOK;
+  EXPECT_TRUE(Mixer.GetDevice().ShowDeviceSelctDialog());
+  TKBDeviceListForm::SetShownHook(nullptr);
+  EXPECT_EQ(Mixer.GetDevice().GetName(), Devices.back());
+  EXPECT_EQ(Mixer.GetMixerId(), static_cast<int32_t>(Devices.size() - 1));
+  DestroyWindow(Active);
+  DestroyWindow(Below);
 }
 
 }  // namespace
