@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "frame/Wbpersistence.h"
+
 namespace Quorvel {
 
 using Threading::TLockGuard;
@@ -23,6 +25,7 @@ void CopyChannel(const ISRAudioBuffer& Source, unsigned From, ISRAudioBuffer& De
 // ---- joiner ------------------------------------------------------------------------
 
 TSRChannelJoiner::TSRChannelJoiner(TWBComponent* Owner, size_t Channels) : TSRBasicMultiInput(Owner, 0, 1) {
+  GetOutputPins().Get(0)->SetName("Output");
   SetChannels(Channels);
 }
 
@@ -108,6 +111,28 @@ void TSRChannelSplitter::CalculateSendOutput() {
 void TSRChannelSplitter::IntStop() {
   TSRBasicMultiInput::IntStop();
   FChannel.Reset();
+}
+
+// ---- published properties ---------------------------------------------------
+
+const TWBClassInfo& TSRChannelJoiner::ClassInfo() {
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRChannelJoiner", &TSRBasicMultiInput::ClassInfo(),
+      {PropertyOf<TSRChannelJoiner, size_t>(
+          "Channels", [](TSRChannelJoiner& J) { return J.GetChannels(); },
+          [](TSRChannelJoiner& J, size_t N) { J.SetChannels(N); }, size_t(2))},
+      Factory<TSRChannelJoiner>());
+  return Info;
+}
+
+const TWBClassInfo& TSRChannelSplitter::ClassInfo() {
+  static const TWBClassInfo Info = MakeClassInfo(
+      "TSRChannelSplitter", &TSRBasicMultiInput::ClassInfo(),
+      {PropertyOf<TSRChannelSplitter, size_t>(
+          "Channels", [](TSRChannelSplitter& S) { return S.GetChannels(); },
+          [](TSRChannelSplitter& S, size_t N) { S.SetChannels(N); }, size_t(2))},
+      Factory<TSRChannelSplitter>());
+  return Info;
 }
 
 }  // namespace Quorvel

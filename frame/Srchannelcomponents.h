@@ -17,6 +17,9 @@ namespace Quorvel {
 // an input without a stream gives silence in its channel.
 class TSRChannelJoiner : public TSRBasicMultiInput {
  public:
+  // The class's published properties (frame/Wbpersistence.h): Channels.
+  static const TWBClassInfo& ClassInfo();
+  const TWBClassInfo& GetClassInfo() const override { return ClassInfo(); }
   explicit TSRChannelJoiner(TWBComponent* Owner = nullptr, size_t Channels = 2);
   ~TSRChannelJoiner() override;
   // [main thread, stream stopped] The number of inputs, at least 1.
@@ -37,6 +40,9 @@ class TSRChannelJoiner : public TSRBasicMultiInput {
 // as a mono stream; outputs beyond the input's channels send silence.
 class TSRChannelSplitter : public TSRBasicMultiInput {
  public:
+  // The class's published properties (frame/Wbpersistence.h): Channels.
+  static const TWBClassInfo& ClassInfo();
+  const TWBClassInfo& GetClassInfo() const override { return ClassInfo(); }
   explicit TSRChannelSplitter(TWBComponent* Owner = nullptr, size_t Channels = 2);
   ~TSRChannelSplitter() override;
   // [main thread, stream stopped] The number of outputs, at least 1.

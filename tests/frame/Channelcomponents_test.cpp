@@ -20,6 +20,8 @@ TEST(ChannelComponents, JoinAndSplitKeepEachChannelInItsPlace) {
   Splitter.SetBufferSize(32);
   ASSERT_EQ(Joiner.GetInputPin(2)->GetName(), "Channel 3");
   ASSERT_EQ(Splitter.GetOutputPin(3)->GetName(), "Channel 4");
+  ASSERT_EQ(Joiner.GetOutputPin(0)->GetName(), "Output");
+  ASSERT_EQ(Splitter.GetInputPin(0)->GetName(), "Input");
   ASSERT_TRUE(A.Output.Connect(*Joiner.GetInputPin(0)));
   ASSERT_TRUE(C.Output.Connect(*Joiner.GetInputPin(2)));
   ASSERT_TRUE(Joiner.GetOutputPin(0)->Connect(*Splitter.GetInputPin(0)));
