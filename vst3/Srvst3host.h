@@ -325,7 +325,7 @@ class TSRVST3Host : public TSRBasicMultiInput {
     std::vector<Vst3hostintf::TVST3AudioBusBuffers> Inputs, Outputs;
     std::vector<TBusBlocks> InputBlocks, OutputBlocks;
   } FAudio;
-  // Fills one direction's bus records and blocks (steps 6 and 8 of a start).
+  // [stream start] One direction's bus records, with a zeroed block per channel.
   void BuildBuses(Vst3hostintf::TBusDirections Direction, std::vector<Vst3hostintf::TVST3AudioBusBuffers>& Buses,
                   std::vector<TBusBlocks>& Blocks, size_t BlockBytes);
 
