@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <mutex>
 
+#include "frame/Srchannelcomponents.h"
 #include "frame/Srdemocomponents.h"
 #include "frame/Srfilecomponents.h"
 #include "frame/Wbpersistence.h"
@@ -39,7 +40,8 @@ std::vector<const TWBClassInfo*> GetRegisteredComponents() {
 
 std::vector<const TWBClassInfo*> GetFrameComponents() {
   return {&TSRToneGenerator::ClassInfo(), &TSRGainFilter::ClassInfo(), &TSRWaveFileWriter::ClassInfo(),
-          &TSRAudioFileSource::ClassInfo(), &TSRAudioFileSink::ClassInfo()};
+          &TSRAudioFileSource::ClassInfo(), &TSRAudioFileSink::ClassInfo(), &TSRChannelJoiner::ClassInfo(),
+          &TSRChannelSplitter::ClassInfo()};
 }
 
 const TWBClassInfo* FindComponentClass(const std::string& ClassName) {

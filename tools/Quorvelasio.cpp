@@ -16,6 +16,7 @@
 #include "asio/Asiointerface.h"
 #include "asio/Srasioaudiodevice.h"
 #include "tools/Quorvelcli.h"
+#include "tools/Quorvelvst3chain.h"
 #include "vst2/Srvsthost.h"
 
 namespace Quorvel::Cli {
@@ -230,6 +231,7 @@ int Run(const TArgs& Args) {
   // and closes first when the command returns.
   TReports Reports;
   std::vector<std::unique_ptr<TSRVSTHost>> Hosts;
+  std::vector<std::unique_ptr<TVst3Stage>> Vst3Stages;
   std::unique_ptr<TPeakMeter> Meter;
   TSRASIOAudioDevice Device;
   Reports.Attach(Device);
@@ -264,6 +266,23 @@ int Run(const TArgs& Args) {
   for (int I = 0; I < Width; ++I) Sources.push_back(&Device.GetInputChannels().GetItem(I).GetOutputPin());
   std::string Chain = std::to_string(Width) + " input" + (Width == 1 ? "" : "s");
   for (const auto& File : O.PlugIns) {
+    if (IsVst3Path(File)) {
+      // Channel i feeds channel i of the module's main input bus.
+      Vst3Stages.push_back(std::make_unique<TVst3Stage>());
+      TVst3Stage& Stage = *Vst3Stages.back();
+      const double Rate = O.Rate > 0 ? O.Rate : Device.GetSampleRate().GetRate();
+      if (!OpenVst3Stage(Stage, Reports, File, Rate, static_cast<size_t>(std::max(Block, 1)),
+                         TSRVST3SampleSize::vst3ss32))
+        return 1;
+      for (size_t I = 0, N = std::min(Sources.size(), Stage.Joiner.GetChannels()); I < N; ++I)
+        if (Sources[I]) Sources[I]->Connect(*Stage.GetInputPin(I));
+      std::vector<TSRPWAudioSourcePin*> Next(static_cast<size_t>(Width), nullptr);
+      for (size_t I = 0, N = std::min(static_cast<size_t>(Width), Stage.Outputs); I < N; ++I)
+        Next[I] = Stage.GetOutputPin(I);
+      Sources = std::move(Next);
+      Chain += " -> " + Stage.Describe();
+      continue;
+    }
     Hosts.push_back(std::make_unique<TSRVSTHost>());
     TSRVSTHost& Host = *Hosts.back();
     Reports.Attach(Host);

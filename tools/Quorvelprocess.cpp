@@ -1,4 +1,5 @@
-// quorvel process: an audio file through one VST 2 plug-in into another file.
+// quorvel process: an audio file through one VST 2 plug-in or VST 3 module
+// into another file.
 // The output is written under a temporary name and put in place only when
 // processing succeeded; with --isolate the plug-in runs in a child process of
 // this program, so that a plug-in that crashes takes only the child down.
@@ -11,6 +12,7 @@
 #include "frame/Srfilecomponents.h"
 #include "platform/Process.h"
 #include "tools/Quorvelcli.h"
+#include "tools/Quorvelvst3chain.h"
 #include "vst2/Srvsthost.h"
 
 namespace Quorvel::Cli {
@@ -182,6 +184,64 @@ int RunChain(const TProcessOptions& O, const std::string& WorkFile) {
   return 0;
 }
 
+// The file's channels join into the module's main input bus (a mono file
+// feeds every channel); its main output bus becomes the output file.
+int RunVst3Chain(const TProcessOptions& O, const std::string& WorkFile) {
+  const TPlugInSettings& S = O.Settings;
+  if (!S.Bank.empty() || !S.Preset.empty() || S.Program >= 0 || !S.Parameters.empty())
+    return Fail("banks, programs, presets and parameters are not set in VST 3 modules here");
+  TReports Reports;
+  TSRAudioFileSource Source;
+  TVst3Stage Stage;
+  Reports.Attach(Source);
+  Source.SetFileName(O.Input);
+  if (!Source.Open()) return Fail(Reports.Empty() ? "cannot read " + O.Input : Reports.Last());
+  const auto Info = Source.GetInfo();
+  if (Info.Channels == 0) return Fail(O.Input + " has no channels");
+  if (!OpenVst3Stage(Stage, Reports, O.PlugIn, Info.SampleRate, static_cast<size_t>(O.BlockSize),
+                     O.Precision == TSRVSTPrecision::vstp64 ? TSRVST3SampleSize::vst3ss64
+                                                            : TSRVST3SampleSize::vst3ss32))
+    return 1;
+  if (Stage.Outputs > 65535) return Fail(O.PlugIn + " has " + std::to_string(Stage.Outputs) + " outputs; a WAV file holds at most 65535");
+  // A bypassed module passes the joined channels through unchanged.
+  Stage.Host.SetEnabled(!O.Bypass);
+  const uint64_t Tail = O.TailSeconds > 0 ? static_cast<uint64_t>(std::llround(O.TailSeconds * Info.SampleRate)) : 0;
+  Source.SetTrailingSilence(Tail);
+  for (size_t I = 0; I < Stage.Joiner.GetChannels(); ++I)
+    Source.GetOutputPin(I % Info.Channels)->Connect(*Stage.GetInputPin(I));
+  TSRAudioFileSink Sink(nullptr, Stage.Outputs);
+  Reports.Attach(Sink);
+  Sink.SetFileName(WorkFile);
+  Sink.SetBufferSize(static_cast<size_t>(O.BlockSize));
+  Sink.SetFloat(Info.Float);
+  for (size_t I = 0; I < Stage.Outputs; ++I) Stage.GetOutputPin(I)->Connect(*Sink.GetInputPin(I));
+
+  std::printf("%s: %s, %u Hz, %u %s, %u channels -> %zu in / %zu out\n", O.PlugIn.c_str(), Stage.Name.c_str(),
+              Info.SampleRate, Info.Bits, Info.Float ? "bits float" : "bits", Info.Channels, Stage.Inputs,
+              Stage.Outputs);
+  std::fflush(stdout);
+  TProgressBar Bar(!O.Quiet);
+  const uint64_t Frames = Source.Run([&](uint64_t Done, uint64_t Total) {
+    Bar.Show(Done, Total);
+    return true;
+  });
+  Bar.Finish();
+  if (!Reports.Empty()) return Fail(Reports.First());
+  const uint64_t Read = Frames - std::min(Frames, Tail);
+  std::printf("processed %llu frames (%.2f s)%s in blocks of %ld%s%s\n", static_cast<unsigned long long>(Read),
+              Info.SampleRate ? static_cast<double>(Read) / Info.SampleRate : 0.0,
+              Tail ? (" and " + std::to_string(Tail) + " frames of tail").c_str() : "", O.BlockSize,
+              Stage.Host.GetDoublePrecision() ? ", 64-bit" : "", O.Bypass ? ", bypassed" : "");
+  const auto Peaks = Sink.GetPeaks();
+  const std::string Bus = Stage.Host.GetOutputPin(0)->GetName();
+  for (size_t C = 0; C < Peaks.size(); ++C)
+    std::printf("  output %zu (%s %zu): peak %.1f dBFS\n", C + 1, Bus.c_str(), C + 1, Decibels(Peaks[C], Info.Bits));
+  if (Sink.GetFramesWritten() != Frames)
+    return Fail("the chain wrote " + std::to_string(Sink.GetFramesWritten()) + " of " + std::to_string(Frames) +
+                " frames");
+  return 0;
+}
+
 // Runs this command again in a child process that writes File's temporary
 // file; the parent puts it in place only when the child succeeded.
 int RunIsolated(const TArgs& Args, const TProcessOptions& O, TOutputFile& File) {
@@ -221,7 +281,9 @@ int Process(const TArgs& Args) {
                                       {"the bank", O.Settings.Bank}})) {
     return 1;
   }
-  const int Rc = O.Isolate ? RunIsolated(Args, O, File) : RunChain(O, File.GetWorkName());
+  const int Rc = O.Isolate          ? RunIsolated(Args, O, File)
+                 : IsVst3Path(O.PlugIn) ? RunVst3Chain(O, File.GetWorkName())
+                                        : RunChain(O, File.GetWorkName());
   if (Rc != 0) {
     if (O.ChildOutput.empty()) File.Abandon();
     return Rc;

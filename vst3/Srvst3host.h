@@ -17,9 +17,24 @@
 // terminate an activated component; release every interface; run the
 // module's exit function; unload it.
 //
+// Audio: one input pin per audio input bus and one output pin per audio
+// output bus, named after the buses when the host opens; each pin carries all
+// of its bus's channels. A stream through the host:
+//  1. Stream start (StreamStarted): Open; the working buffer from the format;
+//     setupProcessing and setActive(true) once more; the bus-buffers arrays
+//     and one block of 8 x BufferSize bytes per bus channel (room for 64-bit
+//     samples whatever the precision); setProcessing(true), twice.
+//  2. Each block (CalculateSendOutput, under the lock): disabled, input i
+//     passes to output i; otherwise each input bus gets its pin's samples
+//     divided by 2^bits (zeros in channels the stream lacks), process runs,
+//     and each output bus goes out on its pin multiplied by 2^bits. A failed
+//     process leaves the block unsent. Nothing is allocated per block.
+//  3. Stream stop (IntStop): setProcessing(false), twice; the blocks go.
+//
 // Failing plug-in calls are reported through Check: OnError with the
 // message "<text> - <result name>" and the result, then EWBException unless
-// handled. Threads: everything here is [main thread].
+// handled. Threads: everything here is [main thread] except the stream
+// operations, which run [audio thread] on the thread that drives the pins.
 #pragma once
 
 #include <cstdint>
@@ -28,6 +43,7 @@
 #include <vector>
 
 #include "frame/Srbasicmultiinput.h"
+#include "frame/Wbbuffers.h"
 #include "frame/Wbset.h"
 #include "platform/Library.h"
 #include "vst3/Srvst3hostobjects.h"
@@ -209,7 +225,7 @@ class TSRVST3Host : public TSRBasicMultiInput {
   bool GetComponentCreated() const { return FState.ComponentCreated; }
   bool GetConnected() const { return FState.Connected; }
   bool GetActive() const { return FState.Active; }
-  // The sample size chosen for processing at the last Open.
+  // The sample size chosen for processing at the last Open or stream start.
   bool GetDoublePrecision() const { return FState.Double; }
   // The component's buses (0 when nothing is created).
   int32_t GetBusCount(Vst3hostintf::TMediaTypes Type, Vst3hostintf::TBusDirections Direction);
@@ -253,6 +269,14 @@ class TSRVST3Host : public TSRBasicMultiInput {
   // and forms that show them; the base does nothing.
   virtual void PropertiesChanged() {}
   void BuildParameterList();
+  // One pin per audio bus, named after the bus ("Input N"/"Output N" when it
+  // has no name).
+  void PopulatePinNames();
+
+  // ---- audio [audio thread, holding the lock] ----
+  void StreamStarted() override;
+  void CalculateSendOutput() override;
+  void IntStop() override;
 
  private:
   friend class TSRVST3ClassInfos;
@@ -288,6 +312,22 @@ class TSRVST3Host : public TSRBasicMultiInput {
   } FState;
   Vst3hostintf::TProcessSetup FProcessSetup{};
   Vst3hostintf::TVST3ProcessData FProcessData{};
+
+  // The buses' sample blocks, built at stream start: one block per channel
+  // and, parallel to them, the data addresses the bus record points at.
+  struct TBusBlocks {
+    std::vector<TRef<TWBBlockBuffer>> Blocks;
+    std::vector<void*> Addresses;
+  };
+  // What every block of a stream uses, rebuilt at stream start only.
+  struct TAudioState {
+    bool Built = false;  // the bus arrays of this stream are in place
+    std::vector<Vst3hostintf::TVST3AudioBusBuffers> Inputs, Outputs;
+    std::vector<TBusBlocks> InputBlocks, OutputBlocks;
+  } FAudio;
+  // [stream start] One direction's bus records, with a zeroed block per channel.
+  void BuildBuses(Vst3hostintf::TBusDirections Direction, std::vector<Vst3hostintf::TVST3AudioBusBuffers>& Buses,
+                  std::vector<TBusBlocks>& Blocks, size_t BlockBytes);
 
   TSRVST3FactoryInfo FFactoryInfo;
   TSRVST3ClassInfos FClassInfos{*this};

@@ -48,6 +48,15 @@ std::vector<std::thread::id> GThreads;
 std::vector<std::string> GFailSteps;
 int32_t GFailResult = Platform::kVst3InternalError;
 std::atomic<int32_t> GLive{0};
+// The bus layout (under GLock) and the processing knobs (read by process
+// without the lock).
+std::vector<int32_t> GInputBuses{2}, GOutputBuses{2};
+std::atomic<double> GGain{1.0};
+std::atomic<bool> GSwap{false};
+std::atomic<bool> GFailProcess{false};
+std::atomic<int32_t> GFailCode{Platform::kVst3InternalError};
+TProcessRecord GProcessRecords[kProcessRecordCapacity];
+std::atomic<int32_t> GProcessCalls{0};
 std::atomic<int32_t> GHostReferences{0};
 
 void Record(const std::string& Line) {
@@ -72,6 +81,18 @@ TResult Failure() {
   return Platform::Vst3ResultToModule(GFailResult);
 }
 
+std::vector<int32_t> ParseBuses(const std::string& Text) {
+  std::vector<int32_t> Buses;
+  size_t Start = 0;
+  while (Start < Text.size()) {
+    size_t End = Text.find('+', Start);
+    if (End == std::string::npos) End = Text.size();
+    Buses.push_back(static_cast<int32_t>(std::strtol(Text.c_str() + Start, nullptr, 10)));
+    Start = End + 1;
+  }
+  return Buses;
+}
+
 void ApplyOptions(const char* Options) {
   std::lock_guard<std::mutex> G(GLock);
   std::string Text = Options ? Options : "";
@@ -81,9 +102,71 @@ void ApplyOptions(const char* Options) {
     if (End == std::string::npos) End = Text.size();
     const std::string Item = Text.substr(Start, End - Start);
     if (Item.rfind("fail=", 0) == 0) GFailSteps.push_back(Item.substr(5));
-    if (Item.rfind("result=", 0) == 0)
+    if (Item == "fail=process") GFailProcess = true;
+    if (Item.rfind("result=", 0) == 0) {
       GFailResult = static_cast<int32_t>(std::strtoul(Item.c_str() + 7, nullptr, 16));
+      GFailCode = GFailResult;
+    }
+    if (Item.rfind("buses=", 0) == 0) {
+      const size_t Colon = Item.find(':');
+      GInputBuses = ParseBuses(Item.substr(6, Colon == std::string::npos ? std::string::npos : Colon - 6));
+      GOutputBuses = Colon == std::string::npos ? std::vector<int32_t>{} : ParseBuses(Item.substr(Colon + 1));
+    }
+    if (Item.rfind("gain=", 0) == 0) GGain = std::strtod(Item.c_str() + 5, nullptr);
+    if (Item == "map=swap") GSwap = true;
     Start = End + 1;
+  }
+}
+
+int32_t BusChannels(int32_t Direction, int32_t Index) {
+  std::lock_guard<std::mutex> G(GLock);
+  const std::vector<int32_t>& Buses = Direction == kInput ? GInputBuses : GOutputBuses;
+  return Index >= 0 && size_t(Index) < Buses.size() ? Buses[size_t(Index)] : -1;
+}
+
+int32_t BusCount(int32_t Direction) {
+  std::lock_guard<std::mutex> G(GLock);
+  return static_cast<int32_t>((Direction == kInput ? GInputBuses : GOutputBuses).size());
+}
+
+// Keeps what one process call carried, without allocating.
+void RecordProcess(const TVST3ProcessData& Data) {
+  const int32_t Index = GProcessCalls.fetch_add(1);
+  if (Index >= kProcessRecordCapacity) return;
+  TProcessRecord& R = GProcessRecords[Index];
+  R = TProcessRecord{};
+  R.Samples = Data.numSamples;
+  R.SampleSize = Data.symbolicSampleSize;
+  R.ProcessMode = Data.processMode;
+  R.Inputs = Data.numInputs;
+  R.Outputs = Data.numOutputs;
+  for (int32_t B = 0; B < kRecordedBuses; ++B) {
+    if (B < Data.numInputs && Data.inputs) {
+      R.InputChannels[B] = Data.inputs[B].numChannels;
+      R.InputSilence[B] = Data.inputs[B].silenceFlags;
+    }
+    if (B < Data.numOutputs && Data.outputs) {
+      R.OutputChannels[B] = Data.outputs[B].numChannels;
+      R.OutputSilence[B] = Data.outputs[B].silenceFlags;
+    }
+  }
+  R.Events = Data.inputEvents ? Data.inputEvents->getEventCount() : -1;
+  R.ParameterChanges = Data.inputParameterChanges ? Data.inputParameterChanges->getParameterCount() : -1;
+}
+
+// Output channel = gain x the mapped input channel of the same bus.
+template <typename F>
+void ProcessBuses(TVST3ProcessData& Data, double Gain, bool Swap) {
+  const int32_t Samples = Data.numSamples;
+  for (int32_t O = 0; O < Data.numOutputs; ++O) {
+    TVST3AudioBusBuffers& Out = Data.outputs[O];
+    const TVST3AudioBusBuffers* In = O < Data.numInputs ? &Data.inputs[O] : nullptr;
+    for (int32_t C = 0; C < Out.numChannels; ++C) {
+      auto* Dst = static_cast<F*>(Out.Buffer[C]);
+      const int32_t From = !In ? -1 : Swap ? In->numChannels - 1 - C : C;
+      const F* Src = In && From >= 0 && From < In->numChannels ? static_cast<const F*>(In->Buffer[From]) : nullptr;
+      for (int32_t S = 0; S < Samples; ++S) Dst[S] = Src ? static_cast<F>(Src[S] * Gain) : F(0);
+    }
   }
 }
 
@@ -240,14 +323,21 @@ class TPlugObject final : public IComponent,
     return kOk;
   }
   TResult setIoMode(int32_t) override { return kOk; }
-  int32_t getBusCount(int32_t Type, int32_t) override { return Type == kAudio ? 1 : 0; }
+  int32_t getBusCount(int32_t Type, int32_t Dir) override { return Type == kAudio ? BusCount(Dir) : 0; }
   TResult getBusInfo(int32_t Type, int32_t Dir, int32_t Index, TBusInfo& Bus) override {
-    if (Type != kAudio || Index != 0) return kInvalidArgument;
+    const int32_t Channels = Type == kAudio ? BusChannels(Dir, Index) : -1;
+    if (Channels < 0) return kInvalidArgument;
     Bus = TBusInfo{};
     Bus.mediaType = kAudio;
     Bus.direction = Dir;
-    Bus.channelCount = 2;
-    Copy16(Bus.name, Dir == kInput ? "Stereo In" : "Stereo Out");
+    Bus.channelCount = Channels;
+    const char* Side = Dir == kInput ? " In" : " Out";
+    const std::string Name = Index > 0        ? "Aux " + std::to_string(Index) + Side
+                             : Channels == 2 ? std::string("Stereo") + Side
+                             : Channels == 1 ? std::string("Mono") + Side
+                                             : std::to_string(Channels) + "ch" + Side;
+    Copy16(Bus.name, Name.c_str());
+    Bus.busType = Index > 0 ? 1 : 0;  // main, then auxiliary
     Bus.flags = 1;
     return kOk;
   }
@@ -279,9 +369,10 @@ class TPlugObject final : public IComponent,
 
   // IAudioProcessor
   TResult setBusArrangements(TSpeakerArrangement*, int32_t, TSpeakerArrangement*, int32_t) override { return kOk; }
-  TResult getBusArrangement(int32_t, int32_t Index, TSpeakerArrangement& Arr) override {
-    if (Index != 0) return kInvalidArgument;
-    Arr = 3;  // left and right
+  TResult getBusArrangement(int32_t Dir, int32_t Index, TSpeakerArrangement& Arr) override {
+    const int32_t Channels = BusChannels(Dir, Index);
+    if (Channels < 0) return kInvalidArgument;
+    Arr = Channels >= 64 ? ~TSpeakerArrangement(0) : (TSpeakerArrangement(1) << Channels) - 1;  // the first speakers
     return kOk;
   }
   TResult canProcessSampleSize(int32_t) override { return kOk; }
@@ -295,9 +386,19 @@ class TPlugObject final : public IComponent,
   }
   TResult setProcessing(TBool State) override {
     Record(FRole + ".setProcessing " + std::to_string(State));
+    return Fails(State ? "startProcessing" : "stopProcessing") ? Failure() : kOk;
+  }
+  TResult process(TVST3ProcessData& Data) override {
+    RecordProcess(Data);
+    if (GFailProcess) return Platform::Vst3ResultToModule(GFailCode.load());
+    if (Data.numSamples < 0 || (Data.numInputs > 0 && !Data.inputs) || (Data.numOutputs > 0 && !Data.outputs))
+      return kInvalidArgument;
+    if (Data.symbolicSampleSize == kSample64)
+      ProcessBuses<double>(Data, GGain, GSwap);
+    else
+      ProcessBuses<float>(Data, GGain, GSwap);
     return kOk;
   }
-  TResult process(TVST3ProcessData&) override { return Fails("process") ? Failure() : kOk; }
   uint32_t getTailSamples() override { return 0; }
 
   // IEditController
@@ -609,6 +710,13 @@ QV_EXPORT void QvTest3Reset() {
   GThreads.clear();
   GFailSteps.clear();
   GFailResult = Platform::kVst3InternalError;
+  GFailCode = GFailResult;
+  GFailProcess = false;
+  GInputBuses = {2};
+  GOutputBuses = {2};
+  GGain = 1.0;
+  GSwap = false;
+  GProcessCalls = 0;
 }
 
 QV_EXPORT void QvTest3SetOptions(const char* Options) { ApplyOptions(Options); }
@@ -629,6 +737,12 @@ QV_EXPORT int32_t QvTest3GetCallThreads(int32_t* Buffer, int32_t Size) {
   std::lock_guard<std::mutex> G(GLock);
   for (int32_t I = 0; Buffer && I < Size && size_t(I) < GCallThreads.size(); ++I) Buffer[I] = GCallThreads[size_t(I)];
   return static_cast<int32_t>(GCallThreads.size());
+}
+
+QV_EXPORT int32_t QvTest3GetProcessCalls(TProcessRecord* Buffer, int32_t Size) {
+  const int32_t Calls = GProcessCalls.load();
+  for (int32_t I = 0; Buffer && I < Size && I < Calls && I < kProcessRecordCapacity; ++I) Buffer[I] = GProcessRecords[I];
+  return Calls;
 }
 
 QV_EXPORT int32_t QvTest3LiveObjects() { return GLive.load(); }

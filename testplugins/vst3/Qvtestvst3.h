@@ -15,8 +15,19 @@
 //                 controllerInitialize, setupProcessing, setActive, process,
 //                 getState, getControllerClassId, audioProcessor (the
 //                 component offers none), countClasses (answers -3),
-//                 nullInstance (the component's creation succeeds with nothing)
+//                 nullInstance (the component's creation succeeds with nothing),
+//                 startProcessing / stopProcessing (setProcessing(1) / (0))
 //   result=<hex>  the failure result, in its Windows value (default 0x80004005)
+//   buses=<in>:<out>  the audio buses, each side a '+'-list of channel counts
+//                 (default 2:2); bus 0 is the main bus ("Stereo In", "Mono In",
+//                 "<n>ch In"), the others auxiliary ("Aux 1 In", ...)
+//   gain=<x>      what process multiplies by (default 1)
+//   map=swap      output channel c takes input channel n-1-c of its bus
+//                 (default: channel c)
+//
+// Processing: output bus o comes from input bus o (silence when there is no
+// such bus or channel), in 32 or 64 bits as the process data says. Each call
+// is also kept as a TProcessRecord (without allocating) for the tests.
 #pragma once
 
 #include <cstdint>
@@ -58,6 +69,23 @@ constexpr int64_t kHelloValue = 42;
 
 constexpr const char* kOptionsVariable = "QVTEST_VST3_OPTIONS";
 
+// One process call as the module saw it; the first kRecordedBuses buses.
+constexpr int32_t kRecordedBuses = 4;
+struct TProcessRecord {
+  int32_t Samples;         // numSamples
+  int32_t SampleSize;      // symbolicSampleSize
+  int32_t ProcessMode;
+  int32_t Inputs, Outputs; // numInputs, numOutputs
+  int32_t InputChannels[kRecordedBuses];
+  int32_t OutputChannels[kRecordedBuses];
+  uint64_t InputSilence[kRecordedBuses];
+  uint64_t OutputSilence[kRecordedBuses];
+  int32_t Events;            // input events; -1 without a list
+  int32_t ParameterChanges;  // input parameter changes; -1 without them
+};
+// Records kept since the last reset (later calls are counted only).
+constexpr int32_t kProcessRecordCapacity = 4096;
+
 // Exported functions.
 using TResetFunc = void (*)();
 using TSetOptionsFunc = void (*)(const char* Options);
@@ -66,12 +94,16 @@ using TGetCallsFunc = int32_t (*)(char* Buffer, int32_t Size);
 // Copies, for each recorded call, the thread it came on (0 the first thread
 // seen since the last reset, 1 the next, ...); answers the number of calls.
 using TGetCallThreadsFunc = int32_t (*)(int32_t* Buffer, int32_t Size);
+// Copies up to Size records of the process calls since the last reset;
+// answers how many calls there were.
+using TGetProcessCallsFunc = int32_t (*)(TProcessRecord* Buffer, int32_t Size);
 // Plug-in objects alive (factory included) and references held on host objects.
 using TCountFunc = int32_t (*)();
 constexpr const char* kResetName = "QvTest3Reset";
 constexpr const char* kSetOptionsName = "QvTest3SetOptions";
 constexpr const char* kGetCallsName = "QvTest3GetCalls";
 constexpr const char* kGetCallThreadsName = "QvTest3GetCallThreads";
+constexpr const char* kGetProcessCallsName = "QvTest3GetProcessCalls";
 constexpr const char* kLiveObjectsName = "QvTest3LiveObjects";
 constexpr const char* kHostReferencesName = "QvTest3HostReferences";
 

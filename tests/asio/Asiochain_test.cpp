@@ -8,10 +8,13 @@
 #include <vector>
 
 #include "asio/Srasioconvert.h"
+#include "frame/Srchannelcomponents.h"
 #include "tests/asio/Asiodevicefixture.h"
 #include "tests/support/Alloccounter.h"
 #include "testplugins/vst2/Qvtestplugin.h"
+#include "tests/vst3/Vst3testmodule.h"
 #include "vst2/Srvsthost.h"
+#include "vst3/Srvst3host.h"
 
 namespace Quorvel {
 namespace {
@@ -201,6 +204,71 @@ TEST_F(AsioChain, BufferSwitchesAllocateNothingFromTheFirst) {
   EXPECT_EQ(Allocations, 0u);
   EXPECT_EQ(Device.GetStats().LostBuffers, 0u);
   Device.Stop();
+}
+
+// The driver's two inputs -> joined -> the VST 3 test module (channels
+// swapped, in 32 and 64 bits) -> split -> the driver's two outputs.
+TEST_F(AsioChain, TheDriverRunsThroughAVst3Module) {
+  const struct {
+    TASIOSampleType Type;
+    TSRVST3SampleSize Size;
+  } Runs[] = {{ASIOSTInt24LSB, TSRVST3SampleSize::vst3ss32}, {ASIOSTFloat32LSB, TSRVST3SampleSize::vst3ss64}};
+  for (const auto& R : Runs) {
+    SCOPED_TRACE("sample type " + std::to_string(R.Type));
+    TQvTestAsioConfig C = Config();
+    for (int I = 0; I < 2; ++I) C.Inputs[I].Type = C.Outputs[I].Type = R.Type;
+    C.Pacing = qvpManual;
+    SetConfig(C);
+    Testing::TVst3ModuleProbe Probe;
+    Probe.Options("map=swap");
+    TSRASIOAudioDevice Device;
+    Device.GetSampleRate().SetRate(48000);
+    Prepare(Device, 0, 2, 2, N);
+    TSRChannelJoiner Joiner(nullptr, 2);
+    TSRVST3Host Host;
+    TSRChannelSplitter Splitter(nullptr, 2);
+    Joiner.SetBufferSize(N);
+    Splitter.SetBufferSize(N);
+    Host.SetBufferSize(N);
+    Host.SetSampleRate(48000);
+    Host.SetSampleSize(R.Size);
+    Host.SetFileName(QV_TESTVST3_MAIN);
+    ASSERT_TRUE(Host.Open());
+    for (size_t I = 0; I < 2; ++I) {
+      ASSERT_TRUE(Device.GetInputChannels().GetItem(int(I)).GetOutputPin().Connect(*Joiner.GetInputPin(I)));
+      ASSERT_TRUE(Splitter.GetOutputPin(I)->Connect(Device.GetOutputChannels().GetItem(int(I)).GetInputPin()));
+    }
+    ASSERT_TRUE(Joiner.GetOutputPin(0)->Connect(*Host.GetInputPin(0)));
+    ASSERT_TRUE(Host.GetOutputPin(0)->Connect(*Splitter.GetInputPin(0)));
+    ASSERT_TRUE(Device.Start());
+    ASSERT_TRUE(StepLockstep(Device, Switches, 2)) << "the chain did not deliver";
+    const int64_t Half = QvTestAsioHalfBytes(R.Type, N);
+    std::vector<std::vector<uint8_t>> Captures;
+    for (int32_t Ch = 0; Ch < 2; ++Ch) {
+      std::vector<uint8_t> Bytes(size_t(Half * Switches));
+      EXPECT_EQ(Api->ReadCapture(0, Ch, Bytes.data(), int64_t(Bytes.size())), int64_t(Bytes.size()));
+      Captures.push_back(std::move(Bytes));
+    }
+    Device.Stop();
+    EXPECT_EQ(Device.GetStats().LostBuffers, 0u);
+    const size_t Bytes = size_t(QvTestAsioSampleBytes(R.Type));
+    for (int32_t Ch = 0; Ch < 2; ++Ch) {
+      const auto& Got = Captures[size_t(Ch)];
+      int Mismatches = 0;
+      // After the first half-buffer, output Ch carries input 1 - Ch of the switch before.
+      for (int64_t P = 0; P < int64_t(N) * (Switches - 1) && Mismatches < 3; ++P) {
+        unsigned Bits;
+        const int64_t In = FromDriver(R.Type, QvTestAsioSignal(1 - Ch, uint64_t(P)), Bits);
+        // In 64 bits the sample comes back exactly.
+        const auto Want = ToDriver(R.Type, R.Size == TSRVST3SampleSize::vst3ss64 ? In : ThroughHost(In, Bits));
+        if (!std::equal(Want.begin(), Want.end(), Got.begin() + (P + N) * int64_t(Bytes))) {
+          ADD_FAILURE() << "channel " << Ch << " position " << P << " input " << In;
+          ++Mismatches;
+        }
+      }
+    }
+    EXPECT_GE(Probe.ProcessCalls().size(), size_t(Switches - 1));
+  }
 }
 
 }  // namespace

@@ -50,6 +50,7 @@ class TRecordingSink : public TWBComponent {
     for (size_t I = 0; I < Pins; ++I)
       Inputs.push_back(std::make_unique<TSRPWAudioSinkPin>(*this, "In" + std::to_string(I)));
     Samples.resize(Pins);
+    Channels.resize(Pins);
   }
   ~TRecordingSink() override { BeginDestroy(); }
 
@@ -68,6 +69,9 @@ class TRecordingSink : public TWBComponent {
       if (const ISRAudioBuffer* B = static_cast<TPWSuppliedBufferOperation&>(Operation).GetAudioBuffer()) {
         BlockSizes.push_back(B->GetSamples());
         for (size_t I = 0; I < B->GetSamples(); ++I) Samples[Pin].push_back(B->GetSample(I, 0));
+        if (Channels[Pin].size() < B->GetChannels()) Channels[Pin].resize(B->GetChannels());
+        for (unsigned C = 0; C < B->GetChannels(); ++C)
+          for (size_t I = 0; I < B->GetSamples(); ++I) Channels[Pin][C].push_back(B->GetSample(I, C));
       }
     }
     States.Include(TPWNotifyState::pnsHandled);
@@ -84,6 +88,7 @@ class TRecordingSink : public TWBComponent {
   std::vector<TSRWaveFormatExtensible> Formats;
   std::vector<size_t> BlockSizes;
   std::vector<std::vector<int32_t>> Samples;  // channel 0 of each pin
+  std::vector<std::vector<std::vector<int32_t>>> Channels;  // every channel of each pin
 };
 
 }  // namespace Quorvel::Testing
