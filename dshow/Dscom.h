@@ -9,6 +9,7 @@
 #include <uuids.h>
 #include <control.h>
 #include <vfwmsgs.h>
+#include <evcode.h>
 // clang-format on
 
 #include <cstdint>

@@ -287,6 +287,9 @@ bool TDSGraphFilter::Select(const std::string& Name) {
     FImpl->Name = Friendly;
     return false;
   });
+  // A name the category does not know stays chosen, without a moniker: the
+  // graph build then reports that the filter cannot be created.
+  if (!HasMoniker()) FImpl->Name = Name;
   return HasMoniker();
 }
 

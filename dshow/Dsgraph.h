@@ -106,10 +106,12 @@ class TDSGraphFilter {
   // [main thread] The filters of a category in the enumerator's order.
   static std::vector<TDSFilterInfo> List(TDSCategory Category);
   // [main thread] Chooses the filter of the category whose friendly name or
-  // moniker display name is Name; false (choice cleared) when none is.
+  // moniker display name is Name. When none is, Name stays chosen without a
+  // moniker (a graph build then fails) and the answer is false.
   bool Select(const std::string& Name);
   void Clear();
   bool HasMoniker() const;
+  bool IsSelected() const { return !GetName().empty(); }
   std::string GetName() const;  // friendly name of the choice, "" when none
   // The chosen moniker, not counted; nullptr when none is chosen.
   IMoniker* GetMoniker() const;
