@@ -251,6 +251,51 @@ void TDSGraph::GraphBuilt() {
   if (OnGraphBuilt) OnGraphBuilt();
 }
 
+int32_t DSAddFileWriter(IBaseFilter* Filter, const std::string& FileName) {
+  if (!Filter) return E_POINTER;
+  // A writer itself only needs the name.
+  TComPtr<IFileSinkFilter> Self;
+  if (SUCCEEDED(Filter->QueryInterface(IID_IFileSinkFilter, Self.PutVoid())) && Self)
+    return Self->SetFileName(Widen(FileName).c_str(), nullptr);
+  FILTER_INFO Info{};
+  HRESULT R = Filter->QueryFilterInfo(&Info);
+  if (FAILED(R)) return R;
+  TComPtr<IFilterGraph> Graph;
+  Graph = TComPtr<IFilterGraph>(Info.pGraph);
+  if (Info.pGraph) Info.pGraph->Release();
+  if (!Graph) return VFW_E_NOT_IN_GRAPH;
+  // The first output pin that is not connected yet.
+  TComPtr<IPin> Out;
+  TComPtr<IEnumPins> Pins;
+  if (SUCCEEDED(Filter->EnumPins(Pins.Put())) && Pins) {
+    for (int Guard = 0; Guard < 100 && !Out; ++Guard) {
+      TComPtr<IPin> P;
+      ULONG Got = 0;
+      if (Pins->Next(1, P.Put(), &Got) != S_OK || Got != 1) break;
+      PIN_DIRECTION D;
+      TComPtr<IPin> Peer;
+      if (SUCCEEDED(P->QueryDirection(&D)) && D == PINDIR_OUTPUT && P->ConnectedTo(Peer.Put()) == VFW_E_NOT_CONNECTED)
+        Out = P;
+    }
+  }
+  if (!Out) return VFW_E_NO_ACCEPTABLE_TYPES;
+  TComPtr<IBaseFilter> Writer;
+  R = CoCreateInstance(CLSID_FileWriter, nullptr, CLSCTX_INPROC_SERVER, IID_IBaseFilter, Writer.PutVoid());
+  TComPtr<IFileSinkFilter> Sink;
+  if (SUCCEEDED(R)) R = Writer->QueryInterface(IID_IFileSinkFilter, Sink.PutVoid());
+  if (SUCCEEDED(R)) R = Sink->SetFileName(Widen(FileName).c_str(), nullptr);
+  if (SUCCEEDED(R)) R = Graph->AddFilter(Writer.Get(), L"File Writer");
+  TComPtr<IPin> In;
+  if (SUCCEEDED(R)) {
+    TComPtr<IEnumPins> WriterPins;
+    R = Writer->EnumPins(WriterPins.Put());
+    ULONG Got = 0;
+    if (SUCCEEDED(R) && (WriterPins->Next(1, In.Put(), &Got) != S_OK || Got != 1)) R = VFW_E_NOT_FOUND;
+  }
+  if (SUCCEEDED(R)) R = Graph->ConnectDirect(Out.Get(), In.Get(), nullptr);
+  return R;
+}
+
 // ---- TDSGraphFilter ------------------------------------------------------------
 
 struct TDSGraphFilter::TImpl {

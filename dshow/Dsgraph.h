@@ -92,6 +92,13 @@ class TDSGraph {
   TErrorProc FOnError;
 };
 
+// [owning thread] Makes Filter's output end in the file FileName: a filter
+// that writes files itself gets the name; any other gets the system's file
+// writer after its first free output pin (a multiplexer, say), in the graph
+// Filter belongs to. Meant for a selector's creation callback. Answers the
+// first failing result, 0 on success.
+int32_t DSAddFileWriter(IBaseFilter* Filter, const std::string& FileName);
+
 class TDSGraphFilter {
  public:
   using TCreatedProc = std::function<void(IBaseFilter* Filter)>;

@@ -134,6 +134,9 @@ class TPinCategory final : public IKsPropertySet {
   TCaptureFilter& FFilter;
 };
 
+// The format tag of the "wrong type" variant: no codec or converter knows it.
+constexpr WORD WrongTag = 0x2222;
+
 class TCaptureFilter final : public TDSPushFilter {
  public:
   explicit TCaptureFilter(TVariant Variant)
@@ -158,7 +161,8 @@ class TCaptureFilter final : public TDSPushFilter {
   bool GetMediaType(int Index, TMediaType& Type) override {
     if (Index != 0) return false;
     std::lock_guard<std::recursive_mutex> G(FLock);
-    const WAVEFORMATEX F = FVariant == tvWrongType ? Pcm(8000, 1, 8) : FFormat;
+    WAVEFORMATEX F = FFormat;
+    if (FVariant == tvWrongType) F.wFormatTag = WrongTag;
     return MakeAudioMediaType(F, Type);
   }
   bool CheckMediaType(const AM_MEDIA_TYPE& Type) override {
@@ -166,7 +170,7 @@ class TCaptureFilter final : public TDSPushFilter {
     if (!GetMediaType(0, Mine)) return false;
     const WAVEFORMATEX* W = WaveFormatOf(Type);
     const WAVEFORMATEX* M = WaveFormatOf(Mine.Type);
-    return Type.majortype == MEDIATYPE_Audio && W && M && W->wFormatTag == WAVE_FORMAT_PCM &&
+    return Type.majortype == MEDIATYPE_Audio && W && M && W->wFormatTag == M->wFormatTag &&
            W->nChannels == M->nChannels && W->nSamplesPerSec == M->nSamplesPerSec &&
            W->wBitsPerSample == M->wBitsPerSample;
   }

@@ -7,7 +7,8 @@
 //   "Quorvel Test Capture (no stream config)" its pin has no IAMStreamConfig
 //   "Quorvel Test Capture (refuses format)" IAMStreamConfig::SetFormat fails
 //   "Quorvel Test Capture (wrong type)"     SetFormat succeeds, yet the pin
-//                                           offers only 8-bit mono at 8000 Hz
+//                                           offers only a format tag (0x2222)
+//                                           that nothing converts
 //   "Quorvel Test Capture (no clock)"       SetSyncSource fails
 //   "Quorvel Test Capture (refuses graph)"  JoinFilterGraph fails
 //   "Quorvel Test Capture (no class)"       registered, but the server makes no object
