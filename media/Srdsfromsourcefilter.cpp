@@ -186,6 +186,7 @@ bool TSRDSFromSourceFilter::IntStart() {
     TLockGuard G(GetLock());
     FFormatSent = false;
     FSequence = 0;
+    FBuffersGrabbed = 0;
     FBuffersSent = 0;
     FFramesSent = 0;
     FRunning = true;
@@ -346,6 +347,7 @@ void TSRDSFromSourceFilter::Grabbed(const uint8_t* Data, size_t Bytes, double Ti
   const int64_t Start = int64_t(Time * 1e7 + 0.5);
   Buffer->SetStreamTime(Start, Start + int64_t(Frames) * 10000000 / int64_t(F.nSamplesPerSec));
   Buffer->SetSequenceNumber(++FSequence);
+  ++FBuffersGrabbed;
   if (FPumpType == TSRDSPumpType::ptPush && UsesInternalClock()) {
     Send(*Buffer);
     return;

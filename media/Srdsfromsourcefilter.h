@@ -98,6 +98,7 @@ class TSRDSFromSourceFilter : public TWBComponent {
   bool IsGraphBuilt() const { return FGraphBuilt; }
   bool IsRunning() const { return FRunning; }
   bool HasBufferNegotiation() const;  // [main thread]
+  uint64_t GetBuffersGrabbed() const { return FBuffersGrabbed; }
   uint64_t GetBuffersSent() const { return FBuffersSent; }
   uint64_t GetFramesSent() const { return FFramesSent; }
 
@@ -141,6 +142,7 @@ class TSRDSFromSourceFilter : public TWBComponent {
   size_t FQueueHead = 0, FQueueCount = 0;
   std::atomic<bool> FGraphBuilt{false};
   std::atomic<bool> FRunning{false};
+  std::atomic<uint64_t> FBuffersGrabbed{0};
   std::atomic<uint64_t> FBuffersSent{0};
   std::atomic<uint64_t> FFramesSent{0};
 };

@@ -80,6 +80,8 @@ void TSRDSToSinkFilter::IntRenderAudio(bool Send, ISRAudioBuffer& Buffer) {
   if (Buffer.HasStreamTime()) {
     int64_t Gap = 0;
     if (FFirstBuffer) {
+      // The first buffer's sequence number is not kept: the next one is
+      // compared with 0, as the component always did.
       FFirstBuffer = false;
     } else if (Buffer.HasSequenceNumber()) {
       // A jump of the sequence number means buffers were lost: their time

@@ -141,7 +141,8 @@ class TCaptureFilter final : public TDSPushFilter {
  public:
   explicit TCaptureFilter(TVariant Variant)
       : TDSPushFilter(ClassId(Variant), L"Capture"), FVariant(Variant), FConfig(*this), FNegotiation(*this),
-        FCategory(*this), FFormat(Pcm(44100, 2, 16)) {
+        FCategory(*this) {
+    FFormat.Format = Pcm(44100, 2, 16);
     ++GObjects;
   }
   ~TCaptureFilter() override {
@@ -161,9 +162,10 @@ class TCaptureFilter final : public TDSPushFilter {
   bool GetMediaType(int Index, TMediaType& Type) override {
     if (Index != 0) return false;
     std::lock_guard<std::recursive_mutex> G(FLock);
-    WAVEFORMATEX F = FFormat;
-    if (FVariant == tvWrongType) F.wFormatTag = WrongTag;
-    return MakeAudioMediaType(F, Type);
+    WAVEFORMATEXTENSIBLE F = FFormat;
+    if (FVariant == tvWrongType) F.Format = Pcm(F.Format.nSamplesPerSec, F.Format.nChannels, F.Format.wBitsPerSample),
+                                 F.Format.wFormatTag = WrongTag;
+    return MakeAudioMediaType(F.Format, Type);
   }
   bool CheckMediaType(const AM_MEDIA_TYPE& Type) override {
     TMediaType Mine;
@@ -213,7 +215,12 @@ class TCaptureFilter final : public TDSPushFilter {
     if (!Type) return E_POINTER;
     if (FVariant == tvRefusesFormat) return VFW_E_INVALIDMEDIATYPE;
     const WAVEFORMATEX* W = WaveFormatOf(*Type);
-    if (Type->majortype != MEDIATYPE_Audio || !W || W->wFormatTag != WAVE_FORMAT_PCM) return VFW_E_INVALIDMEDIATYPE;
+    // Integer PCM, as a plain header or as the extensible record.
+    const bool Extensible = W && W->wFormatTag == WAVE_FORMAT_EXTENSIBLE && W->cbSize >= 22 &&
+                            Type->cbFormat >= sizeof(WAVEFORMATEXTENSIBLE) &&
+                            reinterpret_cast<const WAVEFORMATEXTENSIBLE*>(W)->SubFormat == MEDIASUBTYPE_PCM;
+    if (Type->majortype != MEDIATYPE_Audio || !W || (W->wFormatTag != WAVE_FORMAT_PCM && !Extensible))
+      return VFW_E_INVALIDMEDIATYPE;
     const WORD Bits = W->wBitsPerSample;
     if ((Bits != 8 && Bits != 16 && Bits != 24 && Bits != 32) || W->nChannels < 1 || W->nChannels > 8 ||
         W->nSamplesPerSec < 1000 || W->nSamplesPerSec > 192000)
@@ -221,7 +228,9 @@ class TCaptureFilter final : public TDSPushFilter {
     if (GetFilterState() != State_Stopped) return VFW_E_NOT_STOPPED;
     if (GetPin().IsConnected()) return VFW_E_ALREADY_CONNECTED;
     std::lock_guard<std::recursive_mutex> G(FLock);
-    FFormat = Pcm(W->nSamplesPerSec, W->nChannels, Bits);
+    FFormat = WAVEFORMATEXTENSIBLE{};
+    std::memcpy(&FFormat, W, Extensible ? sizeof(WAVEFORMATEXTENSIBLE) : sizeof(WAVEFORMATEX));
+    if (!Extensible) FFormat.Format.cbSize = 0;
     return S_OK;
   }
   HRESULT GetFormat(AM_MEDIA_TYPE** Type) {
@@ -300,7 +309,7 @@ class TCaptureFilter final : public TDSPushFilter {
   TStreamConfig FConfig;
   TNegotiation FNegotiation;
   TPinCategory FCategory;
-  WAVEFORMATEX FFormat;
+  WAVEFORMATEXTENSIBLE FFormat{};  // a plain header when cbSize is 0
   ALLOCATOR_PROPERTIES FSuggested{};
   std::atomic<bool> FEnd{false};
   std::thread FThread;
