@@ -77,7 +77,7 @@ int32_t TCBBasicSampleGrabber::Create(IGraphBuilder* Graph, const std::wstring& 
   if (SUCCEEDED(R)) {
     WAVEFORMATEXTENSIBLE W;
     std::memcpy(&W, &Format, sizeof(W));
-    if (!MakeAudioMediaType(W.Format, Type)) R = E_OUTOFMEMORY;
+    if (!MakePreferredAudioMediaType(W, Type)) R = E_OUTOFMEMORY;
   }
   if (SUCCEEDED(R)) R = I.Grabber->SetMediaType(&Type.Type);
   if (SUCCEEDED(R)) R = I.Grabber->SetOneShot(FALSE);

@@ -40,13 +40,8 @@ class TDSAudioSourceFilter::TFilter final : public TDSPushFilter {
     // that form; the extensible record always.
     const WAVEFORMATEX& F = FFormat.Format;
     const bool Plain = F.nChannels <= 2 && F.wBitsPerSample <= 16 && FFormat.SubFormat == MEDIASUBTYPE_PCM;
-    if (Plain && Index == 0) {
-      WAVEFORMATEX P = F;
-      P.wFormatTag = WAVE_FORMAT_PCM;
-      P.cbSize = 0;
-      return MakeAudioMediaType(P, Type);
-    }
-    if (Index == (Plain ? 1 : 0)) return MakeAudioMediaType(FFormat.Format, Type);
+    if (Index == 0) return MakePreferredAudioMediaType(FFormat, Type);
+    if (Plain && Index == 1) return MakeAudioMediaType(FFormat.Format, Type);
     return false;
   }
 

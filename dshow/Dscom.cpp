@@ -69,6 +69,17 @@ bool MakeAudioMediaType(const WAVEFORMATEX& Format, TMediaType& Out) noexcept {
   return true;
 }
 
+bool MakePreferredAudioMediaType(const WAVEFORMATEXTENSIBLE& Format, TMediaType& Out) noexcept {
+  WAVEFORMATEXTENSIBLE W = Format;
+  const bool Extensible = W.Format.wFormatTag == WAVE_FORMAT_EXTENSIBLE && W.Format.cbSize >= 22;
+  const bool Pcm = Extensible ? W.SubFormat == MEDIASUBTYPE_PCM : W.Format.wFormatTag == WAVE_FORMAT_PCM;
+  if (Pcm && W.Format.nChannels <= 2 && W.Format.wBitsPerSample <= 16) {
+    W.Format.wFormatTag = WAVE_FORMAT_PCM;
+    W.Format.cbSize = 0;
+  }
+  return MakeAudioMediaType(W.Format, Out);
+}
+
 const WAVEFORMATEX* WaveFormatOf(const AM_MEDIA_TYPE& Type) noexcept {
   if (Type.formattype != FORMAT_WaveFormatEx || !Type.pbFormat || Type.cbFormat < sizeof(WAVEFORMATEX) - 2)
     return nullptr;

@@ -81,6 +81,10 @@ struct TMediaType {
 // The audio media type of a wave format record (WAVEFORMATEX or the
 // extensible form, by its tag and cbSize); false when memory runs out.
 bool MakeAudioMediaType(const WAVEFORMATEX& Format, TMediaType& Out) noexcept;
+// The audio media type of an extensible record, as a plain header where
+// that says everything (integer PCM, at most two channels and 16 bits),
+// since many filters know only that form.
+bool MakePreferredAudioMediaType(const WAVEFORMATEXTENSIBLE& Format, TMediaType& Out) noexcept;
 // The wave format a media type carries, or nullptr.
 const WAVEFORMATEX* WaveFormatOf(const AM_MEDIA_TYPE& Type) noexcept;
 

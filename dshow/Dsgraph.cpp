@@ -113,6 +113,7 @@ bool DSCategoryFromName(const std::string& Name, TDSCategory& Category) {
 
 struct TDSGraph::TImpl {
   bool ComOwned = false;
+  DWORD ComThread = 0;  // the thread whose COM Create started
   TComPtr<IGraphBuilder> Graph;
   TComPtr<ICaptureGraphBuilder2> Builder;
   TComPtr<IMediaControl> Control;
@@ -133,6 +134,7 @@ bool TDSGraph::Create() {
   Destroy();
   auto& I = *FImpl;
   I.ComOwned = SUCCEEDED(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
+  I.ComThread = GetCurrentThreadId();
   bool Ok = SUCCEEDED(CoCreateInstance(CLSID_FilterGraph, nullptr, CLSCTX_INPROC_SERVER, IID_IGraphBuilder,
                                        I.Graph.PutVoid())) &&
             SUCCEEDED(CoCreateInstance(CLSID_CaptureGraphBuilder2, nullptr, CLSCTX_INPROC_SERVER,
@@ -239,7 +241,9 @@ void TDSGraph::Destroy() {
   I.Control.Reset();
   I.Builder.Reset();
   I.Graph.Reset();
-  if (I.ComOwned) CoUninitialize();
+  // COM is left only on the thread that started it; destroyed elsewhere, that
+  // thread keeps its apartment rather than another thread losing its own.
+  if (I.ComOwned && I.ComThread == GetCurrentThreadId()) CoUninitialize();
   I.ComOwned = false;
 }
 

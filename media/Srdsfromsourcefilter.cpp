@@ -28,16 +28,11 @@ ATOM RegisterWindowClass() {
   return Atom;
 }
 
-// The media type asked of the source: a plain header where it says
-// everything, the extensible record otherwise.
+// The media type asked of the source.
 bool SourceMediaType(const TSRWaveFormatExtensible& Format, TMediaType& Type) {
   WAVEFORMATEXTENSIBLE W;
   std::memcpy(&W, &Format, sizeof(W));
-  if (W.Format.nChannels <= 2 && W.Format.wBitsPerSample <= 16 && W.SubFormat == MEDIASUBTYPE_PCM) {
-    W.Format.wFormatTag = WAVE_FORMAT_PCM;
-    W.Format.cbSize = 0;
-  }
-  return MakeAudioMediaType(W.Format, Type);
+  return MakePreferredAudioMediaType(W, Type);
 }
 
 }  // namespace
