@@ -127,7 +127,8 @@ void TSRDSToSinkFilter::BuildGraph() {
   if (!FGraph.Create()) return;
   bool Ok = false;
   do {
-    // 2. The chosen filter's object.
+    // 2. The chosen filter's object. Deliberately the same text as the push
+    // source's step: kept so that messages read as they always did.
     IMoniker* Moniker = FSinkFilter.GetMoniker();
     if (!FGraph.Check(Moniker ? S_OK : E_POINTER, "Can't set audio source filter.")) break;
     TComPtr<IBaseFilter> Sink;
@@ -138,8 +139,7 @@ void TSRDSToSinkFilter::BuildGraph() {
     if (!FGraph.Check(FGraph.GetGraph()->AddFilter(Sink.Get(), L"Sink Filter"), "Can't render audio output.")) break;
     // 4. The user's set-up of the new filter (a file name, further filters).
     if (FSinkFilter.OnFilterCreated) FSinkFilter.OnFilterCreated(Sink.Get());
-    // 5. Our push source for the current format. Deliberately the source
-    // step's text: kept so that messages read as they always did.
+    // 5. Our push source for the current format.
     FSource = std::make_unique<TDSAudioSourceFilter>(FFormat);
     if (!FGraph.Check(FGraph.GetGraph()->AddFilter(FSource->GetFilter(), L"AudioSource"),
                       "Can't set audio source filter."))
