@@ -116,6 +116,25 @@ class ISRAudioBuffer : public IWBDataBuffer {
   void Clear() noexcept;
   TSRWaveFormatExtensible GetWaveFormat() const;
 
+  // Optional timing a source attaches to a buffer: where it lies in the
+  // source's stream (start and end, 100-nanosecond units) and a sequence
+  // number counting the source's buffers, so that a consumer can tell a gap
+  // in time from a lost buffer. New buffers carry neither.
+  bool HasStreamTime() const noexcept { return FHasStreamTime; }
+  int64_t GetStreamStart() const noexcept { return FStreamStart; }
+  int64_t GetStreamEnd() const noexcept { return FStreamEnd; }
+  void SetStreamTime(int64_t Start, int64_t End) noexcept {
+    FStreamStart = Start;
+    FStreamEnd = End;
+    FHasStreamTime = true;
+  }
+  bool HasSequenceNumber() const noexcept { return FHasSequenceNumber; }
+  uint64_t GetSequenceNumber() const noexcept { return FSequenceNumber; }
+  void SetSequenceNumber(uint64_t Value) noexcept {
+    FSequenceNumber = Value;
+    FHasSequenceNumber = true;
+  }
+
   static int32_t MinValue(unsigned Bits) noexcept { return Bits >= 32 ? INT32_MIN : -(1 << (Bits - 1)); }
   static int32_t MaxValue(unsigned Bits) noexcept { return Bits >= 32 ? INT32_MAX : (1 << (Bits - 1)) - 1; }
 
@@ -127,6 +146,11 @@ class ISRAudioBuffer : public IWBDataBuffer {
   unsigned FBits = 16;
   double FSampleRate = 0.0;
   TSRSpeakers FSpeakers;
+  int64_t FStreamStart = 0;
+  int64_t FStreamEnd = 0;
+  uint64_t FSequenceNumber = 0;
+  bool FHasStreamTime = false;
+  bool FHasSequenceNumber = false;
 };
 
 class TSRAudioBuffer final : public ISRAudioBuffer {

@@ -155,6 +155,7 @@ int Acm(const TArgs& Args);      // Quorvelacm.cpp (Windows), Quorvelmedia_posix
 int Encode(const TArgs& Args);   // Quorvelacm.cpp (Windows), Quorvelmedia_posix.cpp
 int Decode(const TArgs& Args);   // Quorvelacm.cpp (Windows), Quorvelmedia_posix.cpp
 int Log(const TArgs& Args);      // Quorvelmedia.cpp
+int Ds(const TArgs& Args);       // Quorvelds.cpp (Windows), Quorvelmedia_posix.cpp
 int RunDocument(const TArgs& Args);     // Quorvelrun.cpp
 int ListComponents(const TArgs& Args);  // Quorvelrun.cpp
 // Installs the drivers bundled with the program where ASIOGetDriverNames

@@ -5,6 +5,7 @@
 namespace Quorvel::Cli {
 
 int Dmo(const TArgs&) { return Fail("DMO effects need Windows (DirectX Media Objects)"); }
+int Ds(const TArgs&) { return Fail("DirectShow filters need Windows (its filter graphs)"); }
 int Acm(const TArgs&) { return Fail("ACM codecs need Windows (the Audio Compression Manager)"); }
 int Encode(const TArgs&) { return Fail("encoding needs Windows (the Audio Compression Manager)"); }
 int Decode(const TArgs&) { return Fail("decoding needs Windows (the Audio Compression Manager)"); }

@@ -10,6 +10,7 @@
 //   quorvel dmo list|process             audio-effect DMOs (Quorveldmo.cpp)
 //   quorvel acm list, encode, decode     ACM codecs and WAV files through them (Quorvelacm.cpp)
 //   quorvel log                          a WAV file's samples through the raw logger (Quorvelmedia.cpp)
+//   quorvel ds list|capture|render       DirectShow filters and audio through them (Quorvelds.cpp)
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -234,6 +235,7 @@ int main(int Argc, char** Argv) {
     if (Command == "encode") return Cli::Encode(Args);
     if (Command == "decode") return Cli::Decode(Args);
     if (Command == "log") return Cli::Log(Args);
+    if (Command == "ds") return Cli::Ds(Args);
     if (Command == "run") return Cli::RunDocument(Args);
     if (Command == "components") return Cli::ListComponents(Args);
     if (Command == "-h" || Command == "--help" || Command == "help") {

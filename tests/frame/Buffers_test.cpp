@@ -103,6 +103,21 @@ TEST(DataBuffer, FillCopyAndCallerMemory) {
   EXPECT_EQ(Filled->AsAudioBuffer(), nullptr);
 }
 
+TEST(BufferPool, AReusedBufferCarriesNoTimingOfItsLastUse) {
+  // A consumer takes a buffer with a stream time as a timed one: a pooled
+  // buffer must not keep its last user's timing.
+  const auto Before = GetBufferPoolStats();
+  for (int I = 0; I < 3; ++I) {
+    auto B = TSRAudioBuffer::Create(1, 777, 16, 8000);
+    EXPECT_FALSE(B->HasStreamTime());
+    EXPECT_FALSE(B->HasSequenceNumber());
+    B->SetStreamTime(100 * I, 100 * I + 50);
+    B->SetSequenceNumber(uint64_t(I) + 1);
+    EXPECT_EQ(B->GetStreamEnd(), 100 * I + 50);
+  }
+  EXPECT_GE(GetBufferPoolStats().PoolHits - Before.PoolHits, 2u);
+}
+
 TEST(BufferPool, ReleasedBuffersAreReusedFromAnyThread) {
   // Warm: one buffer of this size exists and is released.
   TSRAudioBuffer::Create(2, 333, 24, 48000).Reset();
