@@ -22,9 +22,10 @@ class TWBCollectionItem : public TWBPersistent {
   explicit TWBCollectionItem(TWBCollectionBase& Collection);
   TWBCollectionBase& GetCollection() const { return FCollection; }
   // [main thread] Place in the collection; SetIndex moves the item there
-  // (clamped to the collection), the others keep their order.
+  // (clamped to the collection), the others keep their order. An item that
+  // keeps something in step with its place (a pin in a list) overrides it.
   int GetIndex() const;
-  void SetIndex(int Value);
+  virtual void SetIndex(int Value);
   // [main thread] What lists show for the item; by default "<collection's
   // item name> <index>".
   virtual std::string GetDisplayName() const;

@@ -402,7 +402,7 @@ class TSRSystemMixerCollectionItem : public TLockCollectionItem, public ISRSyste
   // " -> <inherited display name>".
   std::string GetDisplayName() const override;
   // [main thread] Moves the item and its pin to the same place.
-  void SetIndex(int NewIndex);
+  void SetIndex(int NewIndex) override;
 
   // The "Association" extra property.
   void DefineProperties(TWBFiler& Filer);

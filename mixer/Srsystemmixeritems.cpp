@@ -17,13 +17,13 @@ int32_t ToInt32(int64_t V) {
   return static_cast<int32_t>(V);
 }
 
-// A source pin sends the value even when it did not change.
+// A source pin sends the value even when it did not change, also when its
+// range clamps a new value to the one it already holds.
 template <typename P, typename V>
 void SendOut(P& Pin, V Value) {
-  if (Pin.GetValue() == Value)
-    Pin.SendValue();
-  else
-    Pin.SetValue(Value);
+  const V Before = Pin.GetValue();
+  Pin.SetValue(Value);  // sends when the stored value changed
+  if (Pin.GetValue() == Before) Pin.SendValue();
 }
 
 template <typename T>
@@ -265,6 +265,8 @@ TSRSystemMixerIntegerMeterCollectionItem::TSRSystemMixerIntegerMeterCollectionIt
 }
 
 bool TSRSystemMixerIntegerMeterCollectionItem::IsSameType(TCtl ControlType) const {
+  // Deliberately refuses boolean meters, which the model builds as integer meters all the same:
+  // kept, so such a control is bound to this kind only by assigning it.
   return ControlType != TCtl::smcBooleanMeter;
 }
 
@@ -307,6 +309,8 @@ TSRSystemMixerBooleanMeterCollectionItem::TSRSystemMixerBooleanMeterCollectionIt
 }
 
 bool TSRSystemMixerBooleanMeterCollectionItem::IsSameType(TCtl ControlType) const {
+  // Deliberately boolean meters only, though the model builds every meter as an integer meter,
+  // so a re-find never binds this kind: kept as the item always was.
   return ControlType == TCtl::smcBooleanMeter;
 }
 

@@ -139,7 +139,8 @@ void SetRecordText(TMixerChar* Text, size_t Capacity, const std::string& Value);
 
 // The winmm mixer functions, one method each, with their results (MMRESULT)
 // and flags as winmm defines them. Mixer handles and callback windows are
-// opaque. Implementations are called on the main thread.
+// opaque. Implementations are called on the main thread, except the two
+// value calls, which come from whatever thread reads or writes an item.
 class IMixerApi {
  public:
   virtual ~IMixerApi() = default;

@@ -621,6 +621,14 @@ TEST_F(SystemMixerTest, EachKindDrivesItsControlThroughItsPin) {
   Script.ChangeValue(0, 3, static_cast<uint32_t>(-700));
   DeliverPostedMixerMessages();
   EXPECT_EQ(Listener.Int.GetValue(), -700);
+  // A device value beyond the pin's range goes out at the limit, every time.
+  Script.ChangeValue(0, 3, 40000);
+  DeliverPostedMixerMessages();
+  EXPECT_EQ(Listener.Int.GetValue(), 32767);
+  Listener.Int.SetValue(0);
+  Script.ChangeValue(0, 3, 40000);
+  DeliverPostedMixerMessages();
+  EXPECT_EQ(Listener.Int.GetValue(), 32767);
   Listener.Int.DisconnectAll();
 
   // Every meter is an integer meter: a boolean meter item never finds one by
@@ -647,6 +655,11 @@ TEST_F(SystemMixerTest, MovingAnItemMovesItsPin) {
   Items[3]->SetIndex(0);
   for (size_t I = 0; I < Switches.Count(); ++I) EXPECT_EQ(Pins.Get(I), Switches.Get(I)->GetPin()) << I;
   EXPECT_EQ(Pins.Get(0)->GetName(), "Switch4");
+  // Also when the item is moved as any collection item (as lists and editors do).
+  TWBCollectionItem& AsItem = *Items[1];
+  AsItem.SetIndex(0);
+  ASSERT_EQ(Switches.Get(0), Items[1]);
+  for (size_t I = 0; I < Switches.Count(); ++I) EXPECT_EQ(Pins.Get(I), Switches.Get(I)->GetPin()) << I;
   // An item that goes takes its pin with it.
   Switches.Delete(1);
   ASSERT_EQ(Pins.Count(), 3u);
