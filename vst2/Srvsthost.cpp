@@ -768,7 +768,7 @@ void TSRVSTHost::DoSizeWindow(int32_t Width, int32_t Height) {
   std::string Vendor = GetVendorString();
   std::transform(Vendor.begin(), Vendor.end(), Vendor.begin(),
                  [](unsigned char C) { return static_cast<char>(std::toupper(C)); });
-  // These two vendors' editors resize themselves; their requests are ignored.
+  // Deliberately ignored for these two vendors, whose editors size themselves: kept as the component always did.
   if (Vendor.find("DASH") != std::string::npos || Vendor.find("WUSIK") != std::string::npos) return;
   if (OnSizeWindow) OnSizeWindow(this, Width, Height);
   // Windows belong to the main thread; a request from another thread waits there.

@@ -297,6 +297,17 @@ TEST_F(TEditorFixture, TheTimerIdlesTheEditorWhileItIsShown) {
   Probe.Clear();
   Threading::ProcessMainThreadQueue();
   EXPECT_EQ(Probe.Count(qrDispatch, effEditIdle), 0u);
+
+  // Modal: returns once the form is closed, here by work queued for the main thread.
+  Threading::MainThreadPost(nullptr, [&] {
+    ASSERT_NE(Editor.GetForm(), nullptr);
+    Editor.GetForm()->RequestClose();
+  });
+  Editor.ShowModal();
+  EXPECT_FALSE(Editor.GetShown());
+  EXPECT_EQ(Editor.GetForm(), nullptr);
+  EXPECT_EQ(Probe.Count(qrDispatch, effEditOpen), 1u);
+  EXPECT_EQ(Probe.Count(qrDispatch, effEditClose), 1u);
 }
 
 TEST_F(TEditorFixture, HostOperationsOnAClosedHostAndAPlugInWithoutEditor) {
