@@ -1,5 +1,6 @@
 // quorvel edit: a plug-in's editor in a window of its own, idled for a while
 // or until it is closed, and optionally a screenshot of it.
+#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <memory>
