@@ -345,12 +345,13 @@ TEST_F(TEditorFixture, AWindowSystemErrorOfThePlugInDoesNotEndTheProgram) {
   // A parent that does not exist: X11 raises an error on the plug-in's own
   // connection, which the host's handler takes; Windows refuses the window.
   const uint64_t Before = Platform::GetWindowSystemErrorCount();
-  Host.EditOpen(reinterpret_cast<void*>(static_cast<uintptr_t>(0x3FFFFFF0)));
+  const bool Opened = Host.EditOpen(reinterpret_cast<void*>(static_cast<uintptr_t>(0x3FFFFFF0)));
   Host.EditIdle();
   Host.EditClose();
 #ifdef _WIN32
-  EXPECT_EQ(Probe.Of(qrDispatch, effEditOpen).at(0).Result, 0);
+  EXPECT_FALSE(Opened);
 #else
+  (void)Opened;
   EXPECT_GT(Platform::GetWindowSystemErrorCount(), Before);
   EXPECT_FALSE(Platform::GetLastWindowSystemError().empty());
 #endif
