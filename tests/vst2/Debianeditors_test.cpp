@@ -28,7 +28,7 @@ struct TFigures {
 // kLspStride of them runs, with every other package's, each idled for a
 // fifth of a second, so that the test stays short; QV_EDITORS=all runs all,
 // each idled for a second. QV_EDITOR_SECONDS sets the time either way.
-constexpr size_t kLspStride = 25;
+constexpr size_t kLspStride = 64;
 bool AllEditors() {
   const char* Text = std::getenv("QV_EDITORS");
   return Text && std::string(Text) == "all";
