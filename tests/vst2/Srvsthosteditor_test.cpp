@@ -362,3 +362,31 @@ TEST_F(TEditorFixture, AWindowSystemErrorOfThePlugInDoesNotEndTheProgram) {
   EXPECT_TRUE(ShowsPattern(Capture(Host.GetEditor().GetForm()->GetHandle()), 0, 0, kQvTestEditorWidth, kQvTestEditorHeight, 0.5f));
   (void)Before;
 }
+
+TEST_F(TEditorFixture, TheFormsActivationReachesTheEditor) {
+  TSRVSTEditor& Editor = Host.GetEditor();
+  Editor.Show();
+  ASSERT_NE(Editor.GetForm(), nullptr);
+  std::string Why;
+  auto Other = TPlatformWindow::CreateTopLevel("Other", 100, 100, TWindowBorder::Sizeable, Why);
+  ASSERT_TRUE(Other);
+  Other->SetVisible(true);
+  auto Pump = [] {
+    for (int I = 0; I < 5; ++I) {
+      Platform::SyncWindowSystem();
+      Platform::RunWindowEvents(10);
+      Platform::DispatchWindowEvents();
+    }
+  };
+  Editor.GetForm()->BringToFront();
+  Pump();
+  Probe.Clear();
+  // Another window takes the focus, then the form again.
+  Other->BringToFront();
+  Pump();
+  EXPECT_EQ(Probe.Count(qrDispatch, effEditSleep), 1u);
+  Editor.GetForm()->BringToFront();
+  Pump();
+  EXPECT_EQ(Probe.Count(qrDispatch, effEditTop), 1u);
+  EXPECT_EQ(EditorOpcodes(Probe).back(), effEditTop);
+}
