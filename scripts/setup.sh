@@ -15,6 +15,8 @@ packages=(
   build-essential cmake ninja-build pkg-config git
   libgtest-dev googletest libbenchmark-dev
   libsndfile1-dev libxml2-dev nlohmann-json3-dev
+  # Plug-in editor windows (Xlib) and their screenshots (libpng).
+  libx11-dev libpng-dev
   clang
   # Windows build and its tests: MinGW-w64 (posix threads), Wine, a display.
   g++-mingw-w64-x86-64-posix

@@ -147,6 +147,7 @@ int Preset(const TArgs& Args);    // Quorvelparams.cpp: preset save|load
 int Bank(const TArgs& Args);      // Quorvelparams.cpp: bank save|load
 int Demo(const TArgs& Args);     // quorvel.cpp
 int Process(const TArgs& Args);  // Quorvelprocess.cpp
+int Edit(const TArgs& Args);     // Quorveledit.cpp
 int Asio(const TArgs& Args);     // Quorvelasio.cpp
 int Volume(const TArgs& Args);   // Quorvelvolume.cpp (Windows), Quorvelvolume_posix.cpp
 int Mixer(const TArgs& Args);    // Quorvelmixer.cpp

@@ -227,6 +227,7 @@ int main(int Argc, char** Argv) {
     if (Command == "preset") return Cli::Preset(Args);
     if (Command == "bank") return Cli::Bank(Args);
     if (Command == "process") return Cli::Process(Args);
+    if (Command == "edit") return Cli::Edit(Args);
     if (Command == "asio") return Cli::Asio(Args);
     if (Command == "volume") return Cli::Volume(Args);
     if (Command == "mixer") return Cli::Mixer(Args);

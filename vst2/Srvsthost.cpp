@@ -12,6 +12,7 @@
 #include "frame/Srsamples.h"
 #include "platform/Fpu.h"
 #include "platform/Lowmemory.h"
+#include "vst2/Srvsthosteditor.h"
 #include "vst2/Srvsthostvstxml.h"
 
 namespace Quorvel {
@@ -152,6 +153,7 @@ TSRVSTHost::TSRVSTHost(TWBComponent* Owner) : TSRBasicMultiInput(Owner, 0, 0) {
 TSRVSTHost::~TSRVSTHost() {
   BeginDestroy();
   Close();
+  Threading::RemoveMainThreadProcs(this);
   if (FTimeInfoLow)
     Platform::FreeLowMemory(FVstTimeInfo, kTimeInfoBytes);
   else
@@ -307,6 +309,12 @@ bool TSRVSTHost::LoadPlugIn(const std::string& FileName) {
 void TSRVSTHost::Close() {
   TLockGuard G(GetLock());
   if (!FModule) return;
+  // The editor and the plug-in's windows go before the plug-in does.
+  if (FEditor) {
+    FEditor->Hide();
+    FEditor->CloseAllWindows();
+  }
+  if (FEditorOpen) EditClose();
   VstDispatch(effClose, 0, 0, nullptr, 0.0f);
   ApplyPendingTime();
   KBFreeLibrary(FModule);
@@ -732,8 +740,6 @@ int32_t TSRVSTHost::ProcessEvents(const TVstEvents& Events) {
   return VstDispatch(effProcessEvents, 0, 0, const_cast<TVstEvents*>(&Events), 0.0f);
 }
 
-// Without an editor window there is no editor to idle.
-void TSRVSTHost::DoMasterIdle() {}
 void TSRVSTHost::DoWantMidi() { FWantMidi = true; }
 
 void TSRVSTHost::DoIOChanged(PVSTEffect Effect) {
@@ -758,13 +764,15 @@ void TSRVSTHost::DoNeedIdle() {
 }
 
 void TSRVSTHost::DoSizeWindow(int32_t Width, int32_t Height) {
-  if (!OnSizeWindow) return;
+  if (!OnSizeWindow && !FEditor) return;
   std::string Vendor = GetVendorString();
   std::transform(Vendor.begin(), Vendor.end(), Vendor.begin(),
                  [](unsigned char C) { return static_cast<char>(std::toupper(C)); });
-  // These two vendors' editors resize themselves; their requests are ignored.
+  // Deliberately ignored for these two vendors, whose editors size themselves: kept as the component always did.
   if (Vendor.find("DASH") != std::string::npos || Vendor.find("WUSIK") != std::string::npos) return;
-  OnSizeWindow(this, Width, Height);
+  if (OnSizeWindow) OnSizeWindow(this, Width, Height);
+  // Windows belong to the main thread; a request from another thread waits there.
+  if (FEditor) Threading::MainThreadExecute(this, false, [this, Width, Height] { FEditor->SizeForm(Width, Height); });
 }
 
 void TSRVSTHost::DoUpdateDisplay() {

@@ -78,6 +78,7 @@ extern const char* const kHostCanDoNames[18];
 constexpr int32_t kMaxPlugInChannels = 4096;
 
 class TSRVSTHost;
+class TSRVSTEditor;
 using TSRVSTEditEvent = std::function<void(TSRVSTHost* Sender, int32_t Index, bool& Handled)>;
 using TSRVSTEventsEvent = std::function<void(TSRVSTHost* Sender, const TVstEvents& Events)>;
 
@@ -253,6 +254,22 @@ class TSRVSTHost : public TSRBasicMultiInput {
   // Gives the plug-in its idle call (effIdle), as plug-ins that ask with
   // audioMasterNeedIdle expect; a call made from inside it is ignored.
   void Idle();
+  // ---- editor [main thread] ----
+  // Each does nothing when no plug-in is loaded. The editor counts as open
+  // once effEditOpen answered non-zero, until EditClose.
+  // effEditOpen with the native window (HWND, X window id) in Ptr.
+  bool EditOpen(void* ParentHandle);
+  void EditClose();                    // effEditClose, when open
+  void EditIdle();                     // effEditIdle, only while open
+  void EditActivate();                 // effEditTop
+  void EditDeactivate();               // effEditSleep
+  bool GetEditorOpen() const { return FEditorOpen.load(); }  // [any thread]
+  // effEditGetRect: true only when the plug-in answered non-zero and filled
+  // the rectangle pointer.
+  bool GetEditorRectangle(TERect& Rect);
+  // The editor window (shows the plug-in's interface; see Srvsthosteditor.h).
+  TSRVSTEditor& GetEditor();
+
   // [audio thread, before the block] MIDI and other events for the next block.
   int32_t ProcessEvents(const TVstEvents& Events);
 
@@ -315,8 +332,8 @@ class TSRVSTHost : public TSRBasicMultiInput {
   int32_t DoEndEdit(int32_t Index);
   int32_t DoOpenFileSelector(void* Ptr) { return 0; }
   int32_t DoCloseFileSelector(void* Ptr) { return 0; }
-  void DoOpenWindow(void* Ptr) {}
-  void DoCloseWindow(void* Ptr) {}
+  void DoOpenWindow(void* Ptr);
+  void DoCloseWindow(void* Ptr);
   void SetOutputSampleRate(float Value);
   int32_t GetOutputSpeakerArrangement() const { return 0; }
   int32_t GetTempoAnswer() const;
@@ -363,6 +380,9 @@ class TSRVSTHost : public TSRBasicMultiInput {
   std::atomic<int32_t> FBlockSize{256};
   std::atomic<bool> FWantMidi{false};
   std::atomic<bool> FIdling{false};
+  std::atomic<bool> FEditorOpen{false};
+  std::atomic<bool> FEditIdling{false};
+  std::unique_ptr<TSRVSTEditor> FEditor;
 
   TSRVSTPrecision FPrecision = TSRVSTPrecision::vstp32;
   TSRVSTPanLawType FPanLawType = TSRVSTPanLawType::vstkCurrent;

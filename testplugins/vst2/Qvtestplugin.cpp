@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "testplugins/vst2/Qveditorview.h"
 #include "testplugins/vst2/Qvreadable.h"
 
 #if defined(__x86_64__) || defined(_M_X64)
@@ -40,12 +41,15 @@ enum class TVariant {
   Main, MainOnly, Both, NoEffect, Accumulating, Double, Null, NotAPlugin, Mono, Chunks,
   // As Main; their libraries come with parameter-structure descriptions
   // (a file beside the first, a resource in both on Windows).
-  Described, DescribedResource
+  Described, DescribedResource,
+  // As Main, with an editor that paints.
+  Editor
 };
 constexpr TVariant kVariant = TVariant::QV_VARIANT;
 
 constexpr bool kNull = kVariant == TVariant::Null;  // benchmarks: no records, no host calls
 constexpr bool kDouble = kVariant == TVariant::Double;
+constexpr bool kEditor = kVariant == TVariant::Editor;
 constexpr int32_t kChannels = kVariant == TVariant::Mono ? 1 : 2;
 
 int32_t UniqueIdFor(TQvTestEntry Entry) noexcept {
@@ -56,6 +60,7 @@ int32_t UniqueIdFor(TQvTestEntry Entry) noexcept {
     case TVariant::Null: return kQvTestUniqueIdNull;
     case TVariant::Mono: return kQvTestUniqueIdMono;
     case TVariant::Chunks: return kQvTestUniqueIdChunks;
+    case TVariant::Editor: return kQvTestUniqueIdEditor;
     default: return kQvTestUniqueId;
   }
 }
@@ -65,6 +70,7 @@ TEffFlags VariantFlags() noexcept {
   if (kVariant != TVariant::Accumulating) Flags.Include(TEffFlag::effFlagsCanReplacing);
   if (kDouble) Flags.Include(TEffFlag::effFlagsCanDoubleReplacing);
   if (kVariant == TVariant::Chunks) Flags.Include(TEffFlag::effFlagsProgramChunks);
+  if (kEditor) Flags.Include(TEffFlag::effFlagsHasEditor);
   return Flags;
 }
 
@@ -89,6 +95,10 @@ std::atomic<int32_t> GVendor{0};
 std::atomic<bool> GThreadedCallbacks{false};
 std::atomic<bool> GDirtyFpu{false};
 std::atomic<bool> GEmptyDisplay{false};
+std::atomic<int32_t> GEditorWidth{kQvTestEditorWidth};
+std::atomic<int32_t> GEditorHeight{kQvTestEditorHeight};
+std::atomic<int64_t> GOpenWindow{kUnset};  // the Style asked for, once
+std::atomic<bool> GCloseWindow{false};
 // Entry-point calls running now.
 std::atomic<int32_t> GEntriesRunning{0};
 // Read through by "CrashInProcess"; never set.
@@ -266,6 +276,10 @@ class TPlugin {
     std::copy(std::begin(kFactoryPrograms), std::end(kFactoryPrograms), FPrograms);
     LoadProgram(0);
   }
+
+  ~TPlugin() { CloseEditorView(FView); }
+  TPlugin(const TPlugin&) = delete;
+  TPlugin& operator=(const TPlugin&) = delete;
 
   PVSTEffect Effect() noexcept { return &FEffect; }
   TAudioMasterCallbackFunc Host() const noexcept { return FHost; }
@@ -547,6 +561,12 @@ class TPlugin {
         return 0;
       case effSetPanLaw:
         return 1;
+      case effEditGetRect:
+      case effEditOpen:
+      case effEditClose:
+      case effEditIdle:
+      case effSetViewPosition:
+        return kEditor ? Editor(Opcode, Index, Value, Ptr) : 0;
       case effBeginLoadBank:
       case effBeginLoadProgram: {
         const auto* Info = static_cast<const TVstPatchChunkInfo*>(Ptr);
@@ -556,6 +576,72 @@ class TPlugin {
       default:
         return 0;
     }
+  }
+
+  // --- editor -------------------------------------------------------------
+
+  intptr_t Editor(int32_t Opcode, int32_t Index, intptr_t Value, void* Ptr) {
+    switch (Opcode) {
+      case effEditGetRect: {
+        if (!Ptr) return 0;
+        const int32_t W = FView ? FViewWidth : GEditorWidth.load(), H = FView ? FViewHeight : GEditorHeight.load();
+        FRect = MakeERect(0, 0, static_cast<int16_t>(W), static_cast<int16_t>(H));
+        *static_cast<PPERect>(Ptr) = &FRect;
+        return 1;
+      }
+      case effEditOpen:
+        if (FView) return 0;
+        FViewWidth = GEditorWidth.load();
+        FViewHeight = GEditorHeight.load();
+        FView = OpenEditorView(Ptr, FViewWidth, FViewHeight);
+        if (!FView) return 0;
+        PaintView();
+        return 1;
+      case effEditClose:
+        CloseEditorView(FView);
+        FView = nullptr;
+        return 0;
+      case effEditIdle:
+        if (FView) IdleView();
+        return 0;
+      case effSetViewPosition:
+        if (!FView) return 0;
+        MoveEditorView(FView, Index, static_cast<int32_t>(Value));
+        return 1;
+      default:
+        return 0;
+    }
+  }
+
+  void PaintView() {
+    FPaintedGain = FValues[qpGain].load(std::memory_order_relaxed);
+    uint32_t Colours[kQvTestEditorBlocks];
+    for (int32_t I = 0; I < kQvTestEditorBlocks; ++I) Colours[I] = QvTestEditorColour(I, FPaintedGain);
+    PaintEditorView(FView, Colours, kQvTestEditorBlocks);
+  }
+
+  void IdleView() {
+    bool Repaint = ProcessEditorViewEvents(FView);
+    const int32_t W = GEditorWidth.load(), H = GEditorHeight.load();
+    if (W != FViewWidth || H != FViewHeight) {
+      FViewWidth = W;
+      FViewHeight = H;
+      ResizeEditorView(FView, W, H);
+      CallHost(FHost, &FEffect, audioMasterSizeWindow, W, H, nullptr, 0.0f);
+      Repaint = true;
+    }
+    if (Repaint || FValues[qpGain].load(std::memory_order_relaxed) != FPaintedGain) PaintView();
+    if (const int64_t Style = GOpenWindow.exchange(kUnset); Style != kUnset) {
+      FWindow = TVstWindow{};
+      CopyText(FWindow.Title, sizeof FWindow.Title, kQvTestWindowTitle);
+      FWindow.xPos = kQvTestWindowX;
+      FWindow.yPos = kQvTestWindowY;
+      FWindow.Width = kQvTestWindowWidth;
+      FWindow.Height = kQvTestWindowHeight;
+      FWindow.Style = static_cast<int32_t>(Style);
+      CallHost(FHost, &FEffect, audioMasterOpenWindow, 0, 0, &FWindow, 0.0f);
+    }
+    if (GCloseWindow.exchange(false)) CallHost(FHost, &FEffect, audioMasterCloseWindow, 0, 0, &FWindow, 0.0f);
   }
 
   // Buffer size for a program name: its characters and the terminating zero.
@@ -698,6 +784,12 @@ class TPlugin {
   // "InitialDelay": one line per delayed output channel, and the position in them.
   std::vector<std::vector<double>> FDelay;
   size_t FDelayPos = 0;
+  // The "Editor" variant's editor: its window while open, and what it shows.
+  TEditorView* FView = nullptr;
+  int32_t FViewWidth = 0, FViewHeight = 0;
+  float FPaintedGain = 0.0f;
+  TERect FRect{};
+  TVstWindow FWindow{};  // the record of the window asked for, kept for its closing
 };
 
 // Applies "Name=Value,Name=Value" from the environment.
@@ -781,6 +873,14 @@ QV_EXPORT int32_t QvTestSetOption(const char* Name, double Value) noexcept {
     GDirtyFpu.store(Value != 0);
   } else if (Is("EmptyDisplay")) {
     GEmptyDisplay.store(Value != 0);
+  } else if (Is("EditorWidth")) {
+    GEditorWidth.store(Int32Of(Value));
+  } else if (Is("EditorHeight")) {
+    GEditorHeight.store(Int32Of(Value));
+  } else if (Is("OpenWindow")) {
+    GOpenWindow.store(Int32Of(Value));
+  } else if (Is("CloseWindow")) {
+    GCloseWindow.store(Value != 0);
   } else if (Is("Reset")) {
     GInitialDelay.store(kUnset);
     GTailSize.store(kQvTestTailSize);
@@ -794,6 +894,10 @@ QV_EXPORT int32_t QvTestSetOption(const char* Name, double Value) noexcept {
     GThreadedCallbacks.store(false);
     GDirtyFpu.store(false);
     GEmptyDisplay.store(false);
+    GEditorWidth.store(kQvTestEditorWidth);
+    GEditorHeight.store(kQvTestEditorHeight);
+    GOpenWindow.store(kUnset);
+    GCloseWindow.store(false);
     GFixedOutput.store(std::numeric_limits<double>::quiet_NaN());
     GCallHostInProcess.store(true);
     GProgramNameIndexed.store(true);

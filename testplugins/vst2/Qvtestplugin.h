@@ -54,6 +54,35 @@ constexpr TVstTimeInfoFlags kQvTestTimeFlags{TVstTimeInfoFlag::kVstPpqPosValid,
                                              TVstTimeInfoFlag::kVstTimeSigValid};
 
 // ---------------------------------------------------------------------------
+// The editor (the "Editor" variant only): a window of kQvTestEditorWidth x
+// kQvTestEditorHeight inside the host's window, painted as kQvTestEditorBlocks
+// blocks side by side, each as wide as the window over kQvTestEditorBlocks
+// (the last takes the rest), whose colours follow the Gain parameter. The
+// editor paints when it opens, when its window is exposed and, on
+// effEditIdle, when Gain changed since it last painted. effSetViewPosition
+// moves its window inside the host's.
+
+constexpr int32_t kQvTestUniqueIdEditor = FourCharToLong('Q', 'v', 'T', 'e');
+constexpr int32_t kQvTestEditorWidth = 240;
+constexpr int32_t kQvTestEditorHeight = 120;
+constexpr int32_t kQvTestEditorBlocks = 4;
+
+// Block's colour (0x00RRGGBB) for a Gain value.
+constexpr uint32_t QvTestEditorColour(int32_t Block, float Gain) noexcept {
+  const uint32_t L = static_cast<uint32_t>((Gain < 0.0f ? 0.0f : Gain > 1.0f ? 1.0f : Gain) * 255.0f + 0.5f);
+  switch (Block) {
+    case 0: return L << 16 | 0x20u << 8 | 0x40u;
+    case 1: return 0x20u << 16 | L << 8 | 0x80u;
+    case 2: return 0xC0u << 16 | 0x40u << 8 | L;
+    default: return (255u - L) << 16 | (255u - L) << 8 | 0x10u;
+  }
+}
+
+// The window the editor asks the host for ("OpenWindow").
+constexpr const char* kQvTestWindowTitle = "Quorvel Test Window";
+constexpr int16_t kQvTestWindowX = 30, kQvTestWindowY = 40, kQvTestWindowWidth = 150, kQvTestWindowHeight = 90;
+
+// ---------------------------------------------------------------------------
 // The record of calls. Each call into the plug-in (and each call the plug-in
 // makes into the host) takes the next record when it starts, so the order of
 // records is the order in which calls began; a call's record is complete once
@@ -142,6 +171,15 @@ using TQvTestClearRecordsFunc = void (*)();
 //   "DirtyFpu"            1: every call into the host is made with the rounding
 //                         mode set upwards (restored when the host returns)
 //   "EmptyDisplay"        1: effGetParamDisplay hands out an empty text
+//   "EditorWidth", "EditorHeight"  the "Editor" variant's size: at its next
+//                         effEditIdle an open editor that has another size
+//                         takes this one and asks the host with
+//                         audioMasterSizeWindow (default kQvTestEditorWidth,
+//                         kQvTestEditorHeight)
+//   "OpenWindow"          at the next effEditIdle, asks the host for a window
+//                         (audioMasterOpenWindow, kQvTestWindow*) with this
+//                         Style (0 or -1), once per setting; "CloseWindow" 1:
+//                         at the next effEditIdle asks the host to close it
 //   "Reset"               every knob back to its default
 // Knobs marked "declared" or read at creation apply to effects created after
 // the change. The knobs are also read from the environment variable
