@@ -11,6 +11,17 @@
 #include <mutex>
 #include <thread>
 
+#if defined(__SANITIZE_THREAD__)
+#define QUORVEL_TSAN 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define QUORVEL_TSAN 1
+#endif
+#endif
+#if defined(QUORVEL_TSAN)
+#include <sanitizer/tsan_interface.h>
+#endif
+
 namespace Quorvel::Threading {
 
 // A recursive lock. Every component owns one; pin lists share it.
@@ -24,6 +35,12 @@ class ICriticalSection {
 
 class TCriticalSection final : public ICriticalSection {
  public:
+#if defined(QUORVEL_TSAN)
+  // The library's recursive mutex is never destroyed as a system mutex, so
+  // the race detector would take a new lock at a reused address for the old
+  // one and report lock orders of objects that no longer exist.
+  ~TCriticalSection() override { __tsan_mutex_destroy(&FMutex, 0); }
+#endif
   void Enter() override { FMutex.lock(); }
   void Leave() override { FMutex.unlock(); }
   bool TryEnter() override { return FMutex.try_lock(); }
