@@ -1,7 +1,9 @@
 #include "vst3/Vst3presetfile.h"
 
-#include <cstdio>
 #include <cstring>
+#include <string>
+
+#include "frame/Wbexception.h"
 
 namespace Quorvel::Vst3presetfile {
 
@@ -65,6 +67,11 @@ bool ClassIDFromText(const char* Text, TGUID& ID) {
 }
 
 TVST3PresetFile::TVST3PresetFile(IBStream* Stream) : FStream(TVST3Ref<IBStream>::Share(Stream)) {}
+
+const TEntry& TVST3PresetFile::GetEntry(int32_t Index) const {
+  if (Index < 0 || Index >= FEntryCount) throw EWBException("List index out of bounds (" + std::to_string(Index) + ")");
+  return FEntries[size_t(Index)];
+}
 
 const TEntry* TVST3PresetFile::GetEntry(TChunkType Type) const {
   const TChunkText& ID = ChunkID(Type);

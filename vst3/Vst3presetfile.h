@@ -65,7 +65,8 @@ class TVST3PresetFile {
   const TGUID& GetClassID() const { return FClassID; }
   void SetClassID(const TGUID& ID) { FClassID = ID; }
   int32_t GetEntryCount() const { return FEntryCount; }
-  const TEntry& GetEntry(int32_t Index) const { return FEntries[size_t(Index)]; }
+  // Entry Index; an index out of range raises EWBException.
+  const TEntry& GetEntry(int32_t Index) const;
   // The entry of a chunk type, or nullptr.
   const TEntry* GetEntry(TChunkType Type) const;
   bool Contains(TChunkType Type) const { return GetEntry(Type) != nullptr; }

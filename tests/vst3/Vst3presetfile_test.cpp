@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "frame/Wbexception.h"
 #include "frame/Wbstreams.h"
 #include "platform/Library.h"
 #include "platform/Vst3module.h"
@@ -214,6 +215,8 @@ TEST(Vst3PresetFile, WriterKeepsOneChunkPerIdentifier) {
   EXPECT_EQ(TextAt(B, size_t(Chunks[0].Offset), 5), "first");
   EXPECT_EQ(Chunks[1].ID, "Prog");
   EXPECT_EQ(TextAt(B, size_t(Chunks[1].Offset), 6), "second");
+  EXPECT_EQ(File.GetEntry(1).Offset, Chunks[1].Offset);
+  EXPECT_THROW(File.GetEntry(2), EWBException);
 }
 
 TEST(Vst3PresetFile, ClassIdentifierText) {
