@@ -219,6 +219,55 @@ TEST(Vst3PresetFile, WriterKeepsOneChunkPerIdentifier) {
   EXPECT_THROW(File.GetEntry(2), EWBException);
 }
 
+namespace {
+
+// A stream that keeps what is written but answers "not implemented" for
+// writes of one size, as a stream may that stores without saying so.
+class TNotImplementedStream final : public TVST3Object<IBStream> {
+ public:
+  explicit TNotImplementedStream(int32_t Size) : FSize(Size) {}
+  TResult read(void* Buffer, int32_t NumBytes, int32_t* NumBytesRead) override {
+    return FInner->read(Buffer, NumBytes, NumBytesRead);
+  }
+  TResult write(void* Buffer, int32_t NumBytes, int32_t* NumBytesWritten) override {
+    const TResult R = FInner->write(Buffer, NumBytes, NumBytesWritten);
+    return NumBytes == FSize ? ModuleResult(Platform::kVst3NotImplemented) : R;
+  }
+  TResult seek(int64_t Pos, int32_t Mode, int64_t* Result) override { return FInner->seek(Pos, Mode, Result); }
+  TResult tell(int64_t* Pos) override { return FInner->tell(Pos); }
+  int64_t GetSize() const { return FInner->GetSize(); }
+
+ private:
+  int32_t FSize;
+  TVST3Ref<TMemoryBStream> FInner = TVST3Ref<TMemoryBStream>::Adopt(new TMemoryBStream());
+};
+
+}  // namespace
+
+// "Not implemented" counts as written for the class identifier's text and
+// for chunk data, and for nothing else.
+TEST(Vst3PresetFile, NotImplementedCountsAsWrittenForTextAndData) {
+  {
+    auto S = TVST3Ref<TNotImplementedStream>::Adopt(new TNotImplementedStream(kClassIDSize));
+    TVST3PresetFile File(S.Get());
+    EXPECT_TRUE(File.WriteHeader());
+    EXPECT_EQ(S->GetSize(), kHeaderSize);
+  }
+  {
+    auto S = TVST3Ref<TNotImplementedStream>::Adopt(new TNotImplementedStream(7));
+    TVST3PresetFile File(S.Get());
+    ASSERT_TRUE(File.WriteHeader());
+    EXPECT_TRUE(File.WriteChunk("7 bytes", 7, kMetaInfo));
+    ASSERT_TRUE(File.WriteChunkList());
+    EXPECT_EQ(File.GetEntry(kMetaInfo)->Size, 7);
+  }
+  for (int32_t Size : {kChunkIDSize, 4, 8}) {  // identifier, version, list position
+    auto S = TVST3Ref<TNotImplementedStream>::Adopt(new TNotImplementedStream(Size));
+    TVST3PresetFile File(S.Get());
+    EXPECT_FALSE(File.WriteHeader()) << Size;
+  }
+}
+
 TEST(Vst3PresetFile, ClassIdentifierText) {
   for (const TGUID& ID : {T3::kEffectCID, T3::kControllerCID, kNullUID, IID_IEditController}) {
     char Text[kClassIDSize];
