@@ -604,6 +604,10 @@ void TSRVST3Host::SavePreset(TWBStream& Stream, const std::string& MetaInfo) {
     if (!FComponent) Check(ModuleResult(Platform::kVst3NotInitialized), "Can't save VST3 preset file.");
     return;
   }
+  if (MetaInfo.size() > size_t(INT32_MAX)) {  // more than a chunk can hold
+    Check(ModuleResult(Platform::kVst3InvalidArgument), "Can't save VST3 preset file.");
+    return;
+  }
   auto Out = TVST3Ref<TFileBStream>::Adopt(new TFileBStream(Stream));
   const int32_t Saved =
       Vst3presetfile::SavePreset(Out.Get(), FProcessor.GetID(), FComponent.Get(), FController.Get(),
