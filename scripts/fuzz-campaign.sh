@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # A longer fuzzing run than the test run's: each libFuzzer target of the
-# linux-fuzz preset (fuzz_preset, fuzz_bank, fuzz_document and fuzz_vstxml)
-# runs for the given time, one after another, with its
-# dictionary, on a scratch corpus seeded from fuzz/corpus/<name>. At the end a
+# linux-fuzz preset (fuzz_preset, fuzz_bank, fuzz_document, fuzz_vstxml and
+# fuzz_vst3preset) runs for the given time, one after another, with its
+# dictionary, on a scratch corpus seeded from fuzz/corpus/<name> and from the
+# seeds the build writes (build/linux-fuzz/fuzz/seeds/<name>). At the end a
 # line per target gives the time it ran, its executions, the corpus it grew
 # and whether it found anything (a crash, a leak, a timeout or running out of
 # memory; the input is kept in the campaign folder).
@@ -36,7 +37,7 @@ if [[ $seconds -le 0 ]]; then
 fi
 
 targets=("$@")
-[[ ${#targets[@]} -gt 0 ]] || targets=(fuzz_preset fuzz_bank fuzz_document fuzz_vstxml)
+[[ ${#targets[@]} -gt 0 ]] || targets=(fuzz_preset fuzz_bank fuzz_document fuzz_vstxml fuzz_vst3preset)
 
 build=$root/build/linux-fuzz
 echo "==== building the linux-fuzz preset"
@@ -62,10 +63,10 @@ for target in "${targets[@]}"; do
   work=$campaign/$name
   mkdir -p "$work/corpus"
   seeds=0
-  if [[ -d $root/fuzz/corpus/$name ]]; then
-    cp -p "$root/fuzz/corpus/$name"/* "$work/corpus/" 2>/dev/null
-    seeds=$(find "$work/corpus" -type f | wc -l)
-  fi
+  for seed_dir in "$root/fuzz/corpus/$name" "$build/fuzz/seeds/$name"; do
+    [[ -d $seed_dir ]] && cp -p "$seed_dir"/* "$work/corpus/" 2>/dev/null
+  done
+  seeds=$(find "$work/corpus" -type f | wc -l)
   dict=()
   [[ -f $root/fuzz/$name.dict ]] && dict=(-dict="$root/fuzz/$name.dict")
 

@@ -4,7 +4,8 @@
 #   2. for each of linux-release, linux-asan, linux-tsan, linux-fuzz and
 #      win64: configure, build and run the tests with the CMake presets (the
 #      win64 tests run under Wine through scripts/wine-run; linux-fuzz builds
-#      the libFuzzer targets with clang and runs each for 30 s on its corpus)
+#      the libFuzzer targets with clang and runs each for up to 30 s on its
+#      seeds)
 #   3. runs the benchmark programs of build/linux-release/bench and
 #      build/win64/bench (under Wine) once, briefly, so that their ratios
 #      appear in the log

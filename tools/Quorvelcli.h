@@ -144,6 +144,8 @@ int InfoVst3(const TArgs& Args);  // Quorvelvst3info.cpp
 int Params(const TArgs& Args);    // Quorvelparams.cpp
 int Programs(const TArgs& Args);  // Quorvelparams.cpp
 int Preset(const TArgs& Args);    // Quorvelparams.cpp: preset save|load
+// preset save|load with a VST 3 module (a path ending in .vst3); -1 when Args name none.
+int PresetVst3(const TArgs& Args);  // Quorvelvst3preset.cpp
 int Bank(const TArgs& Args);      // Quorvelparams.cpp: bank save|load
 int Demo(const TArgs& Args);     // quorvel.cpp
 int Process(const TArgs& Args);  // Quorvelprocess.cpp

@@ -445,7 +445,10 @@ int Programs(const TArgs& Args) {
   return 0;
 }
 
-int Preset(const TArgs& Args) { return SaveOrLoad(Args, false); }
+int Preset(const TArgs& Args) {
+  if (const int Rc = PresetVst3(Args); Rc >= 0) return Rc;
+  return SaveOrLoad(Args, false);
+}
 int Bank(const TArgs& Args) { return SaveOrLoad(Args, true); }
 
 }  // namespace Quorvel::Cli

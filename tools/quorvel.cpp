@@ -2,6 +2,7 @@
 //   quorvel info PLUGIN                 what a VST 2 plug-in is and offers
 //   quorvel info X.vst3                 what a VST 3 module is and offers (Quorvelvst3info.cpp)
 //   quorvel params|programs|preset|bank  its parameters, programs and files (Quorvelparams.cpp)
+//   quorvel preset save|load X.vst3     VST 3 preset files (Quorvelvst3preset.cpp)
 //   quorvel process PLUGIN -i IN -o OUT  a WAV file through a plug-in (Quorvelprocess.cpp)
 //   quorvel demo                         the bundled test plug-in on a generated tone
 //   quorvel asio list|info|run           ASIO drivers and a chain through one (Quorvelasio.cpp)

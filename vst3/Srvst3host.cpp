@@ -11,6 +11,7 @@
 #include "frame/Wbpersistence.h"
 #include "frame/Wbregistration.h"
 #include "platform/Utf8.h"
+#include "vst3/Vst3presetfile.h"
 
 namespace Quorvel {
 
@@ -818,5 +819,70 @@ void RegisterPkg() { Design::Components::RegisterComponents({&TSRVST3Host::Class
 void UnregisterPkg() { Design::Components::UnregisterComponents({&TSRVST3Host::ClassInfo()}); }
 
 }  // namespace Srvst3host
+
+}  // namespace Quorvel
+
+// ---- preset files ------------------------------------------------------------------
+
+namespace Quorvel {
+
+using namespace Vst3hostintf;
+using namespace Vst3hostobjects;
+
+void TSRVST3Host::SavePreset(TWBStream& Stream, const std::string& MetaInfo) {
+  TLockGuard G(GetLock());
+  if (!FComponent && !Open()) {
+    if (!FComponent) Check(ModuleResult(Platform::kVst3NotInitialized), "Can't save VST3 preset file.");
+    return;
+  }
+  if (MetaInfo.size() > size_t(INT32_MAX)) {  // more than a chunk can hold
+    Check(ModuleResult(Platform::kVst3InvalidArgument), "Can't save VST3 preset file.");
+    return;
+  }
+  auto Out = TVST3Ref<TFileBStream>::Adopt(new TFileBStream(Stream));
+  const int32_t Saved =
+      Vst3presetfile::SavePreset(Out.Get(), FProcessor.GetID(), FComponent.Get(), FController.Get(),
+                                 MetaInfo.empty() ? nullptr : MetaInfo.data(), static_cast<int32_t>(MetaInfo.size()));
+  Check(ModuleResult(Saved), "Can't save VST3 preset file.");
+}
+
+void TSRVST3Host::SavePreset(const std::string& FileName, const std::string& MetaInfo) {
+  TWBFileStream File(FileName, Platform::TFileOpenMode::fomCreate, Platform::TFileShareMode::fsmDenyWrite);
+  if (!File.IsOpen()) {
+    ReportError(FileName + ": " + File.GetOpenError(), -1);
+    return;
+  }
+  SavePreset(static_cast<TWBStream&>(File), MetaInfo);
+}
+
+void TSRVST3Host::LoadPreset(TWBStream& Stream) {
+  TLockGuard G(GetLock());
+  auto In = TVST3Ref<TFileBStream>::Adopt(new TFileBStream(Stream));
+  Vst3presetfile::TVST3PresetFile File(In.Get());
+  if (!Check(ModuleResult(File.ReadChunkList() ? Platform::kVst3ResultOk : Platform::kVst3ResultFalse),
+             "Can't load VST3 preset file."))
+    return;
+  // A file that reads: its states go to the chosen class's objects when it names that class.
+  if (!FComponent || File.GetClassID() != FProcessor.GetID() || !File.Contains(Vst3presetfile::kComponentState)) {
+    Check(ModuleResult(Platform::kVst3InvalidArgument), "Can't load VST3 preset file.");
+    return;
+  }
+  TVST3Ref<IBStream> Component = File.ChunkStream(Vst3presetfile::kComponentState);
+  if (!Check(FComponent->setState(Component.Get()), "Can't load VST3 preset file.")) return;
+  if (!FController) return;
+  Component->seek(0, kIBSeekSet, nullptr);
+  FController->setComponentState(Component.Get());
+  if (TVST3Ref<IBStream> Controller = File.ChunkStream(Vst3presetfile::kControllerState))
+    Check(FController->setState(Controller.Get()), "Can't load VST3 preset file.");
+}
+
+void TSRVST3Host::LoadPreset(const std::string& FileName) {
+  TWBFileStream File(FileName, Platform::TFileOpenMode::fomRead, Platform::TFileShareMode::fsmDenyWrite);
+  if (!File.IsOpen()) {
+    ReportError(FileName + ": " + File.GetOpenError(), -1);
+    return;
+  }
+  LoadPreset(static_cast<TWBStream&>(File));
+}
 
 }  // namespace Quorvel

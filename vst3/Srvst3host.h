@@ -333,6 +333,20 @@ class TSRVST3Host : public TSRBasicMultiInput {
   TSRVST3ClassInfos FClassInfos{*this};
   TSRVST3Processor FProcessor{*this};
   std::vector<TSRVST3ParameterInfo> FParameters;
+
+ public:
+  // ---- preset files [main thread] ----
+  // Saves the chosen class's component state, its controller's state (with a
+  // controller) and MetaInfo as XML (when not empty) as a preset file; opens
+  // the host first when needed. A failure reports "Can't save VST3 preset
+  // file." (the file may then be incomplete).
+  void SavePreset(const std::string& FileName, const std::string& MetaInfo = std::string());
+  void SavePreset(TWBStream& Stream, const std::string& MetaInfo = std::string());
+  // Reads a preset file into the component and controller. Reading never
+  // succeeds as this host reads preset files: every file, valid or not,
+  // reports "Can't load VST3 preset file.".
+  void LoadPreset(const std::string& FileName);
+  void LoadPreset(TWBStream& Stream);
 };
 
 namespace Srvst3host {

@@ -349,20 +349,30 @@ class TPlugObject final : public IComponent,
     return kOk;
   }
   // setState and getState serve the component and, for the single object,
-  // the controller as well: one object, one state.
+  // the controller as well: one object, one state. A component's state is
+  // its gain (kStateBytes); a separate controller's is its gain and mode
+  // (kControllerStateBytes), so that a file tells the two apart.
   TResult setState(IBStream* State) override {
     Record(FRole + ".setState");
-    return State ? kOk : kInvalidArgument;
+    if (!State) return kInvalidArgument;
+    double Values[2] = {FGain, FMode};
+    const int32_t Size = FKind == TKind::Controller ? kControllerStateBytes : kStateBytes;
+    int32_t Read = -1;
+    if (State->read(Values, Size, &Read) != kOk || Read != Size) return kFalse;
+    FGain = Values[0];
+    FMode = Values[1];
+    return kOk;
   }
   TResult getState(IBStream* State) override {
-    if (Fails("getState")) {
+    if (Fails("getState") || (FKind == TKind::Controller && Fails("controllerGetState"))) {
       Record(FRole + ".getState failed");
       return Failure();
     }
     if (!State) return kInvalidArgument;
     int32_t Written = -1;
-    double Gain = FGain;
-    const TResult R = State->write(&Gain, kStateBytes, &Written);
+    double Values[2] = {FGain, FMode};
+    const TResult R =
+        State->write(Values, FKind == TKind::Controller ? kControllerStateBytes : kStateBytes, &Written);
     Record(FRole + ".getState wrote=" + std::to_string(Written));
     return R;
   }

@@ -13,7 +13,8 @@
 //   fail=<step>   the step answers the failure result: factoryInfo,
 //                 classInfo, createInstance (the component), initialize,
 //                 controllerInitialize, setupProcessing, setActive, process,
-//                 getState, getControllerClassId, audioProcessor (the
+//                 getState, controllerGetState (a separate controller's
+//                 only), getControllerClassId, audioProcessor (the
 //                 component offers none), countClasses (answers -3),
 //                 nullInstance (the component's creation succeeds with nothing),
 //                 startProcessing / stopProcessing (setProcessing(1) / (0))
@@ -59,8 +60,10 @@ constexpr const char* kSubCategories = "Fx|Test";
 // Parameters of the controllers: "Gain" (dB, continuous, default 0.5) and "Mode" (3 steps).
 constexpr uint32_t kGainID = 100;
 constexpr uint32_t kModeID = 101;
-// The component's state: one double, the gain.
+// The component's state: one double, the gain. A separate controller's
+// state: two doubles, the gain and the mode.
 constexpr int32_t kStateBytes = 8;
+constexpr int32_t kControllerStateBytes = 16;
 
 // The message a component sends its peer when connected.
 constexpr const char* kHelloMessage = "QvHello";
