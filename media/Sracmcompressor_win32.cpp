@@ -1,5 +1,6 @@
 // The ACM conversion from PCM to a compressed format, over acmStream calls.
 #include "media/Sraudiocompression.h"
+#include "platform/Win32text_win32.h"
 
 // clang-format off
 #include <windows.h>
@@ -104,15 +105,6 @@ IWBDataBufferRef TSRAcmCompressor::CompressBuffer(const void* Data, size_t Size,
 
 namespace {
 
-std::string Narrow(const WCHAR* Text) {
-  const int N = WideCharToMultiByte(CP_UTF8, 0, Text, -1, nullptr, 0, nullptr, nullptr);
-  if (N <= 1) return std::string();
-  std::string S(size_t(N), '\0');
-  WideCharToMultiByte(CP_UTF8, 0, Text, -1, S.data(), N, nullptr, nullptr);
-  S.resize(size_t(N - 1));
-  return S;
-}
-
 BOOL CALLBACK AddFormat(HACMDRIVERID, LPACMFORMATDETAILSW Details, DWORD_PTR Instance, DWORD) noexcept {
   try {
     auto& Formats = *reinterpret_cast<std::vector<TSRAcmFormat>*>(Instance);
@@ -122,7 +114,7 @@ BOOL CALLBACK AddFormat(HACMDRIVERID, LPACMFORMATDETAILSW Details, DWORD_PTR Ins
     TSRAcmFormat Format;
     Format.Format.assign(reinterpret_cast<const uint8_t*>(F), reinterpret_cast<const uint8_t*>(F) + Size);
     if (F->wFormatTag == WAVE_FORMAT_PCM) reinterpret_cast<WAVEFORMATEX*>(Format.Format.data())->cbSize = 0;
-    Format.Name = Narrow(Details->szFormat);
+    Format.Name = Platform::FromUtf16(Details->szFormat);
     Formats.push_back(std::move(Format));
     return TRUE;
   } catch (...) {
@@ -134,10 +126,10 @@ BOOL CALLBACK AddFormatTag(HACMDRIVERID Driver, LPACMFORMATTAGDETAILSW Details, 
   try {
     TSRAcmFormatTag Tag;
     Tag.Tag = uint16_t(Details->dwFormatTag);
-    Tag.Name = Narrow(Details->szFormatTag);
+    Tag.Name = Platform::FromUtf16(Details->szFormatTag);
     ACMDRIVERDETAILSW Codec = {};
     Codec.cbStruct = sizeof Codec;
-    if (acmDriverDetailsW(Driver, &Codec, 0) == MMSYSERR_NOERROR) Tag.Codec = Narrow(Codec.szLongName);
+    if (acmDriverDetailsW(Driver, &Codec, 0) == MMSYSERR_NOERROR) Tag.Codec = Platform::FromUtf16(Codec.szLongName);
     reinterpret_cast<std::vector<TSRAcmFormatTag>*>(Instance)->push_back(std::move(Tag));
     return TRUE;
   } catch (...) {

@@ -2,6 +2,7 @@
 
 #include "frame/Wbregistration.h"
 #include "platform/Kbdevicelistform.h"
+#include "platform/Win32text_win32.h"
 
 // clang-format off
 #include <windows.h>
@@ -124,15 +125,6 @@ bool Replaces(const TShape& B, const TShape& C, const TShape& W) {
 
 TShape ShapeOf(const WAVEFORMATEX& F) { return {F.nChannels, F.nSamplesPerSec, F.wBitsPerSample}; }
 
-std::string Narrow(const wchar_t* Text) {
-  const int N = WideCharToMultiByte(CP_UTF8, 0, Text, -1, nullptr, 0, nullptr, nullptr);
-  if (N <= 1) return std::string();
-  std::string S(size_t(N), '\0');
-  WideCharToMultiByte(CP_UTF8, 0, Text, -1, S.data(), N, nullptr, nullptr);
-  S.resize(size_t(N - 1));
-  return S;
-}
-
 // Walks the audio-effect DMOs; Visit answers false to stop.
 template <typename F>
 void EnumerateDmos(F&& Visit) {
@@ -144,7 +136,7 @@ void EnumerateDmos(F&& Visit) {
     WCHAR* Name = nullptr;
     DWORD Fetched = 0;
     if (Enum->Next(1, &Class, &Name, &Fetched) != S_OK || Fetched != 1) break;
-    const std::string Text = Name ? Narrow(Name) : std::string();
+    const std::string Text = Name ? Platform::FromUtf16(Name) : std::string();
     if (Name) CoTaskMemFree(Name);
     if (!Visit(Class, Text)) break;
   }

@@ -13,16 +13,6 @@ namespace {
 
 const wchar_t* const RootKeyPath = L"Software\\ASIO";
 
-std::string FromUtf16(const wchar_t* Text, size_t Length) {
-  std::string Result;
-  if (Length == 0) return Result;
-  const int Bytes = WideCharToMultiByte(CP_UTF8, 0, Text, int(Length), nullptr, 0, nullptr, nullptr);
-  if (Bytes <= 0) return Result;
-  Result.resize(size_t(Bytes));
-  WideCharToMultiByte(CP_UTF8, 0, Text, int(Length), Result.data(), Bytes, nullptr, nullptr);
-  return Result;
-}
-
 // Opens "Software\ASIO" or "Software\ASIO\<Name>" for reading.
 HKEY OpenKey(const std::string* Name) {
   std::wstring Path = RootKeyPath;
@@ -50,7 +40,7 @@ bool EnumerateDriverKeys(std::vector<std::string>& Names) {
     DWORD Length = sizeof(Buffer) / sizeof(Buffer[0]);
     const LONG Result = RegEnumKeyExW(Root, Index, Buffer, &Length, nullptr, nullptr, nullptr, nullptr);
     if (Result != ERROR_SUCCESS) break;  // ERROR_NO_MORE_ITEMS, or a key that vanished meanwhile
-    Found.push_back(FromUtf16(Buffer, Length));
+    Found.push_back(Platform::FromUtf16(Buffer, Length));
   }
   RegCloseKey(Root);
   Names.insert(Names.end(), Found.begin(), Found.end());
@@ -82,7 +72,7 @@ bool ReadDriverClsid(const std::string& Name, std::string& ClsidText) {
   RegCloseKey(Key);
   if (!Ok) return false;
   Value.resize(wcsnlen(Value.c_str(), Value.size()));
-  ClsidText = FromUtf16(Value.c_str(), Value.size());
+  ClsidText = Platform::FromUtf16(Value.c_str(), Value.size());
   return true;
 }
 

@@ -93,9 +93,7 @@ std::string GetExecutableDirectory() {
   wchar_t Path[MAX_PATH * 4];
   const DWORD N = GetModuleFileNameW(nullptr, Path, static_cast<DWORD>(sizeof(Path) / sizeof(Path[0])));
   if (N == 0 || N >= sizeof(Path) / sizeof(Path[0])) return {};
-  const int Bytes = WideCharToMultiByte(CP_UTF8, 0, Path, static_cast<int>(N), nullptr, 0, nullptr, nullptr);
-  std::string File(static_cast<size_t>(Bytes > 0 ? Bytes : 0), '\0');
-  if (Bytes > 0) WideCharToMultiByte(CP_UTF8, 0, Path, static_cast<int>(N), &File[0], Bytes, nullptr, nullptr);
+  const std::string File = FromUtf16(Path, N);
   const size_t Slash = File.find_last_of("\\/");
   return Slash == std::string::npos ? std::string() : File.substr(0, Slash + 1);
 }

@@ -11,14 +11,6 @@
 namespace Quorvel::Platform {
 namespace {
 
-std::string ToUtf8(const wchar_t* Text) {
-  const int Bytes = WideCharToMultiByte(CP_UTF8, 0, Text, -1, nullptr, 0, nullptr, nullptr);
-  if (Bytes <= 1) return std::string();
-  std::string Result(static_cast<size_t>(Bytes - 1), '\0');
-  WideCharToMultiByte(CP_UTF8, 0, Text, -1, &Result[0], Bytes, nullptr, nullptr);
-  return Result;
-}
-
 // One argument quoted so that the child's command-line parser gives it back
 // unchanged: backslashes are literal except before a quote.
 void AppendQuoted(std::wstring& Line, const std::wstring& Argument) {
@@ -55,7 +47,7 @@ std::vector<std::string> GetProgramArguments(int Argc, char** Argv) {
   LPWSTR* Wide = CommandLineToArgvW(GetCommandLineW(), &Count);
   if (!Wide) return std::vector<std::string>(Argv, Argv + (Argc > 0 ? Argc : 0));
   std::vector<std::string> Result;
-  for (int I = 0; I < Count; ++I) Result.push_back(ToUtf8(Wide[I]));
+  for (int I = 0; I < Count; ++I) Result.push_back(FromUtf16(Wide[I]));
   LocalFree(Wide);
   return Result;
 }

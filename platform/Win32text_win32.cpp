@@ -22,19 +22,15 @@ std::string FromUtf16(const wchar_t* Text, size_t Length) {
   return Result;
 }
 
+std::string FromUtf16(const wchar_t* Text) { return Text ? FromUtf16(Text, wcslen(Text)) : std::string(); }
+
 std::string SystemMessage(DWORD Code, const std::string& FileName) {
   wchar_t* Buffer = nullptr;
   const DWORD Length =
       FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
                      nullptr, Code, 0, reinterpret_cast<wchar_t*>(&Buffer), 0, nullptr);
   std::string Text;
-  if (Length > 0 && Buffer) {
-    const int Bytes = WideCharToMultiByte(CP_UTF8, 0, Buffer, int(Length), nullptr, 0, nullptr, nullptr);
-    if (Bytes > 0) {
-      Text.resize(size_t(Bytes));
-      WideCharToMultiByte(CP_UTF8, 0, Buffer, int(Length), Text.data(), Bytes, nullptr, nullptr);
-    }
-  }
+  if (Length > 0 && Buffer) Text = FromUtf16(Buffer, Length);
   if (Buffer) LocalFree(Buffer);
   while (!Text.empty() && (Text.back() == '\n' || Text.back() == '\r' || Text.back() == ' ')) Text.pop_back();
   for (size_t At = 0; (At = Text.find("%1", At)) != std::string::npos; At += FileName.size())

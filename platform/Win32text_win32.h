@@ -11,6 +11,8 @@ namespace Quorvel::Platform {
 bool ToUtf16(const std::string& Text, std::wstring& Wide);
 // UTF-16 to UTF-8; unpaired surrogates become U+FFFD.
 std::string FromUtf16(const wchar_t* Text, size_t Length);
+// The same for a text ending in a 0 character; a null pointer gives "".
+std::string FromUtf16(const wchar_t* Text);
 // The system's text for an error code, with the file name put where the text wants it.
 std::string SystemMessage(DWORD Code, const std::string& FileName);
 
