@@ -670,6 +670,7 @@ void TSRVST3Host::StreamStarted() {
   FProcessData.outputParameterChanges = nullptr;
   FProcessData.inputEvents = FInputEvents.Get();
   FProcessData.outputEvents = nullptr;
+  FAudio.Double = FState.Double;
   FAudio.Built = true;
 
   if (Check(FAudioProcessor->setProcessing(1), "Can't start processing."))
@@ -689,15 +690,21 @@ void TSRVST3Host::CalculateSendOutput() {
     }
     return;
   }
+  // A start that failed built no buses: its blocks send nothing rather than
+  // hand the plug-in a record it was not set up for.
   if (!FAudio.Built) return;
   const size_t Samples = Work.GetSamples();
   const unsigned Channels = Work.GetChannels();
   // 2^bits rather than 2^(bits-1): a full-scale sample reaches the plug-in as
   // +-0.5, kept as the component always scaled it.
   const double Scale = static_cast<double>(int64_t(2) << (Work.GetBits() - 1));
-  const bool Double = FState.Double;
-  // The loops follow the host's own arrays, not the record the plug-in may write to.
-  for (size_t I = 0, N = std::min(InPins, FAudio.InputBlocks.size()); I < N; ++I) {
+  // The precision of the start, even when the host is closed or opened again since.
+  const bool Double = FAudio.Double;
+  // The buses the record names, never more than the host's own arrays hold
+  // (the plug-in may write to the record). Opening again mid-stream clears
+  // the record, so a new instance is given no buses and nothing is sent.
+  const size_t InBuses = std::min(FAudio.InputBlocks.size(), size_t(std::max(FProcessData.numInputs, 0)));
+  for (size_t I = 0, N = std::min(InPins, InBuses); I < N; ++I) {
     InputAt(I)->StretchLoadBuffer(Work);
     const std::vector<void*>& Addresses = FAudio.InputBlocks[I].Addresses;
     for (size_t C = 0; C < Addresses.size(); ++C) {
@@ -712,7 +719,8 @@ void TSRVST3Host::CalculateSendOutput() {
   // The last block of a stream may be shorter than the others.
   FProcessData.numSamples = static_cast<int32_t>(Samples);
   if (FAudioProcessor && !Check(FAudioProcessor->process(FProcessData), "Can't process.")) return;
-  for (size_t O = 0, N = std::min(OutPins, FAudio.OutputBlocks.size()); O < N; ++O) {
+  const size_t OutBuses = std::min(FAudio.OutputBlocks.size(), size_t(std::max(FProcessData.numOutputs, 0)));
+  for (size_t O = 0, N = std::min(OutPins, OutBuses); O < N; ++O) {
     const std::vector<void*>& Addresses = FAudio.OutputBlocks[O].Addresses;
     for (size_t C = 0, M = std::min<size_t>(Addresses.size(), Channels); C < M; ++C) {
       if (Double)
@@ -726,6 +734,8 @@ void TSRVST3Host::CalculateSendOutput() {
 
 void TSRVST3Host::IntStop() {
   TLockGuard G(GetLock());
+  // Without a processor (the host could not open) there is nothing to stop,
+  // so neither call is sent; the blocks go all the same.
   if (FAudioProcessor) {
     // A failed stop keeps the blocks until the next start.
     if (!Check(FAudioProcessor->setProcessing(0), "Can't stop processing.")) return;

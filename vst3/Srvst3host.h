@@ -322,6 +322,7 @@ class TSRVST3Host : public TSRBasicMultiInput {
   // What every block of a stream uses, rebuilt at stream start only.
   struct TAudioState {
     bool Built = false;  // the bus arrays of this stream are in place
+    bool Double = false;  // 64-bit samples in the blocks, fixed at stream start
     std::vector<Vst3hostintf::TVST3AudioBusBuffers> Inputs, Outputs;
     std::vector<TBusBlocks> InputBlocks, OutputBlocks;
   } FAudio;

@@ -264,6 +264,8 @@ int32_t SavePreset(IBStream* Stream, const TGUID& ClassID, IComponent* Component
   if (!Stream) return 1;
   TVST3PresetFile File(Stream);
   File.SetClassID(ClassID);
+  // A header or a list that did not go out whole fails the save as well, so
+  // that an incomplete file is reported rather than taken for a preset.
   if (!File.WriteHeader()) return 1;
   if (!File.StoreComponentState(Component)) return 1;
   if (Controller && !File.StoreControllerState(Controller)) return 1;

@@ -37,7 +37,7 @@ struct TChunkText {
 const TChunkText& ChunkID(TChunkType Type);
 
 // Bytes an identifier takes in the file, and the fixed places of the header.
-constexpr int32_t kChunkIDSize = 5;
+constexpr int32_t kChunkIDSize = 5;  // Deliberately five, not four: kept so files stay as this host writes them.
 constexpr int32_t kClassIDSize = 32;
 constexpr int32_t kFormatVersion = 1;
 constexpr int64_t kListOffsetPos = 41;

@@ -290,6 +290,50 @@ TEST(Srvst3hostAudio, StartAndStopFailuresAreReportedAndStopTheirSequence) {
   }
 }
 
+TEST(Srvst3hostAudio, ClosingOrOpeningMidStreamKeepsTheStartsPrecisionAndTheRecordsBuses) {
+  // A stereo stream in 64-bit samples through a gain of 0.5.
+  THostFixture F("gain=0.5", TSRVST3SampleSize::vst3ss64);
+  TTestSource Source(nullptr, 2, 16, 48000);
+  TRecordingSink Sink(nullptr, 1);
+  ASSERT_TRUE(Source.Output.Connect(*F.Host.GetInputPin(0)));
+  ASSERT_TRUE(F.Host.GetOutputPin(0)->Connect(*Sink.Inputs[0]));
+  Source.Start();
+  auto Block = [&](int32_t Value) {
+    auto B = TSRAudioBuffer::Create(2, kBlock, 16, 48000);
+    for (size_t I = 0; I < kBlock; ++I) {
+      B->SetSample(I, 0, Value);
+      B->SetSample(I, 1, -Value);
+    }
+    Source.Output.SubmitBuffer(B);
+  };
+  Block(1000);
+  ASSERT_EQ(Sink.Samples[0].size(), kBlock);
+  EXPECT_EQ(Sink.Samples[0].back(), 500);
+  // Closed, nothing processes: the output blocks go out as the plug-in left
+  // them, still read as 64-bit samples.
+  F.Host.Close();
+  Block(3000);
+  ASSERT_EQ(Sink.Channels[0].size(), 2u);
+  ASSERT_EQ(Sink.Samples[0].size(), 2 * kBlock);
+  for (size_t I = kBlock; I < 2 * kBlock; ++I) {
+    ASSERT_EQ(Sink.Channels[0][0][I], 500) << I;
+    ASSERT_EQ(Sink.Channels[0][1][I], -500) << I;
+  }
+  // Opened again, the new instance gets the cleared record: no buses, and
+  // the stale blocks of the first instance are not sent.
+  ASSERT_TRUE(F.Host.Open());
+  F.Probe.Reset();
+  F.Probe.Options("gain=0.5");
+  Block(3000);
+  EXPECT_EQ(Sink.Samples[0].size(), 2 * kBlock);
+  const auto P = F.Probe.ProcessCalls();
+  ASSERT_EQ(P.size(), 1u);
+  EXPECT_EQ(P[0].Inputs, 0);
+  EXPECT_EQ(P[0].Outputs, 0);
+  Source.Stop();
+  EXPECT_TRUE(F.Log.Errors.empty());
+}
+
 namespace {
 
 // A sink that only counts, so that the allocation count is the host's.
