@@ -51,43 +51,11 @@ void CopyToPlugIn(const std::string& Text, void* Ptr, size_t Room) {
   static_cast<char*>(Ptr)[N] = '\0';
 }
 
-// One mono integer sample of the buffer's width, read and written
-// little-endian (8-bit samples go through the buffer's own accessors).
-template <unsigned Bits>
-int32_t ReadSample(const uint8_t* P) {
-  if constexpr (Bits == 16) {
-    int16_t V;
-    std::memcpy(&V, P, 2);
-    return V;
-  } else if constexpr (Bits == 24) {
-    return static_cast<int32_t>(static_cast<uint32_t>(P[0]) << 8 | static_cast<uint32_t>(P[1]) << 16 |
-                                static_cast<uint32_t>(P[2]) << 24) >> 8;
-  } else {
-    int32_t V;
-    std::memcpy(&V, P, 4);
-    return V;
-  }
-}
-
-template <unsigned Bits>
-void WriteSample(uint8_t* P, int32_t V) {
-  if constexpr (Bits == 16) {
-    const int16_t S = static_cast<int16_t>(V);
-    std::memcpy(P, &S, 2);
-  } else if constexpr (Bits == 24) {
-    P[0] = static_cast<uint8_t>(V);
-    P[1] = static_cast<uint8_t>(V >> 8);
-    P[2] = static_cast<uint8_t>(V >> 16);
-  } else {
-    std::memcpy(P, &V, 4);
-  }
-}
-
 // Integer PCM (one channel) to the plug-in's float channel, divided by
 // Scale. Scale is a power of two, so multiplying by its inverse is exact.
 template <unsigned Bits, typename F>
 void LoadLoop(const uint8_t* P, size_t Samples, double Inv, F* Out) {
-  for (size_t J = 0; J < Samples; ++J) Out[J] = static_cast<F>(ReadSample<Bits>(P + Bits / 8 * J) * Inv);
+  for (size_t J = 0; J < Samples; ++J) Out[J] = static_cast<F>(ReadPcmSample<Bits>(P + Bits / 8 * J) * Inv);
 }
 
 template <typename F>
@@ -115,7 +83,7 @@ template <unsigned Bits, typename F>
 size_t StoreLoop(const F* In, size_t Samples, double Scale, uint8_t* P) {
   const double Lo = ISRAudioBuffer::MinValue(Bits), Hi = ISRAudioBuffer::MaxValue(Bits);
   size_t NonFinite = 0;
-  for (size_t J = 0; J < Samples; ++J) WriteSample<Bits>(P + Bits / 8 * J, ToSample(In[J], Scale, Lo, Hi, NonFinite));
+  for (size_t J = 0; J < Samples; ++J) WritePcmSample<Bits>(P + Bits / 8 * J, ToSample(In[J], Scale, Lo, Hi, NonFinite));
   return NonFinite;
 }
 

@@ -101,39 +101,9 @@ constexpr int32_t kMaxBusChannels = 64;
 // ---- sample conversion between the frame's interleaved integer buffers and
 // the plug-in's channel blocks ----
 
-template <unsigned Bits>
-int32_t ReadPcm(const uint8_t* P) {
-  if constexpr (Bits == 16) {
-    int16_t V;
-    std::memcpy(&V, P, 2);
-    return V;
-  } else if constexpr (Bits == 24) {
-    return static_cast<int32_t>(static_cast<uint32_t>(P[0]) << 8 | static_cast<uint32_t>(P[1]) << 16 |
-                                static_cast<uint32_t>(P[2]) << 24) >> 8;
-  } else {
-    int32_t V;
-    std::memcpy(&V, P, 4);
-    return V;
-  }
-}
-
-template <unsigned Bits>
-void WritePcm(uint8_t* P, int32_t V) {
-  if constexpr (Bits == 16) {
-    const int16_t S = static_cast<int16_t>(V);
-    std::memcpy(P, &S, 2);
-  } else if constexpr (Bits == 24) {
-    P[0] = static_cast<uint8_t>(V);
-    P[1] = static_cast<uint8_t>(V >> 8);
-    P[2] = static_cast<uint8_t>(V >> 16);
-  } else {
-    std::memcpy(P, &V, 4);
-  }
-}
-
 template <unsigned Bits, typename F>
 void LoadLoop(const uint8_t* P, size_t Stride, size_t Samples, double Inv, F* Out) {
-  for (size_t S = 0; S < Samples; ++S, P += Stride) Out[S] = static_cast<F>(ReadPcm<Bits>(P) * Inv);
+  for (size_t S = 0; S < Samples; ++S, P += Stride) Out[S] = static_cast<F>(ReadPcmSample<Bits>(P) * Inv);
 }
 
 // Channel C of the buffer, divided by Scale, into a plug-in channel. Scale is
@@ -157,7 +127,7 @@ template <unsigned Bits, typename F>
 void StoreLoop(const F* In, size_t Samples, double Scale, uint8_t* P, size_t Stride) {
   const double Lo = ISRAudioBuffer::MinValue(Bits), Hi = ISRAudioBuffer::MaxValue(Bits);
   for (size_t S = 0; S < Samples; ++S, P += Stride)
-    WritePcm<Bits>(P, RoundSample(static_cast<double>(In[S]) * Scale, Lo, Hi));
+    WritePcmSample<Bits>(P, RoundSample(static_cast<double>(In[S]) * Scale, Lo, Hi));
 }
 
 // A plug-in channel, multiplied by Scale and rounded, into channel C of the buffer.
