@@ -732,7 +732,10 @@ void TSRVSTHost::DoNeedIdle() {
 }
 
 void TSRVSTHost::DoSizeWindow(int32_t Width, int32_t Height) {
-  if (!OnSizeWindow && !FEditor) return;
+  // Only a form of the host's own (or the application's handler) is sized;
+  // without one the plug-in is not even asked for its vendor.
+  const bool Form = FEditor && FEditor->GetHasForm();
+  if (!OnSizeWindow && !Form) return;
   std::string Vendor = GetVendorString();
   std::transform(Vendor.begin(), Vendor.end(), Vendor.begin(),
                  [](unsigned char C) { return static_cast<char>(std::toupper(C)); });
@@ -740,7 +743,7 @@ void TSRVSTHost::DoSizeWindow(int32_t Width, int32_t Height) {
   if (Vendor.find("DASH") != std::string::npos || Vendor.find("WUSIK") != std::string::npos) return;
   if (OnSizeWindow) OnSizeWindow(this, Width, Height);
   // Windows belong to the main thread; a request from another thread waits there.
-  if (FEditor) Threading::MainThreadExecute(this, false, [this, Width, Height] { FEditor->SizeForm(Width, Height); });
+  if (Form) Threading::MainThreadExecute(this, false, [this, Width, Height] { FEditor->SizeForm(Width, Height); });
 }
 
 void TSRVSTHost::DoUpdateDisplay() {

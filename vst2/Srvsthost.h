@@ -259,7 +259,7 @@ class TSRVSTHost : public TSRBasicMultiInput {
   // once effEditOpen answered non-zero, until EditClose.
   // effEditOpen with the native window (HWND, X window id) in Ptr.
   bool EditOpen(void* ParentHandle);
-  void EditClose();                    // effEditClose, when open
+  void EditClose();                    // effEditClose
   void EditIdle();                     // effEditIdle, only while open
   void EditActivate();                 // effEditTop
   void EditDeactivate();               // effEditSleep

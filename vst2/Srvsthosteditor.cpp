@@ -160,6 +160,7 @@ void TSRVSTEditor::Show() {
       FHost.Error("Can't show the editor: " + Why, -1);
       return;
     }
+    FHasForm = true;
     FForm->OnCloseRequest = [this] { FormClose(); };
     FForm->OnActivate = [this](bool Active) {
       if (!FShown) return;
@@ -198,6 +199,7 @@ void TSRVSTEditor::Hide() {
   FShown = false;
   FParent = nullptr;
   FPlaced.reset();
+  FHasForm = false;
   FForm.reset();
 }
 

@@ -23,6 +23,7 @@
 // child window; closing the own form does the same.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -74,6 +75,8 @@ class TSRVSTEditor {
   uint32_t GetIdleInterval() const;
 
   // ---- served for the host callback ----
+  // [any thread] Whether the own form exists (resize requests size it).
+  bool GetHasForm() const { return FHasForm.load(); }
   // Sets the own form's client size (the host has checked the vendor).
   void SizeForm(int32_t Width, int32_t Height);
   // A window the plug-in asked for with a TVstWindow record: made, placed,
@@ -98,6 +101,7 @@ class TSRVSTEditor {
   bool FShown = false;
   Platform::TNativeWindow FParent = nullptr;
   std::unique_ptr<Platform::TPlatformWindow> FForm;   // the own form
+  std::atomic<bool> FHasForm{false};                  // FForm is set, for other threads
   std::unique_ptr<Platform::TPlatformWindow> FPlaced; // the child window of Show(..., X, Y)
   struct TPlugInWindow {
     TVstWindow* Record;

@@ -118,6 +118,15 @@ TEST_F(TEditorFixture, ShownInAWindowOfTheApplicationFollowsTheParameterAfterAnI
   Settle(Host);
   EXPECT_TRUE(ShowsPattern(Capture(Parent->GetHandle()), 0, 0, kQvTestEditorWidth, kQvTestEditorHeight, 0.5f));
 
+  // A resize request without a form of the host's own: nothing is sized and
+  // the plug-in is not asked for its vendor.
+  const Platform::TWindowBounds ParentBefore = Parent->GetBounds();
+  const size_t VendorAsked = Probe.Count(qrDispatch, effGetVendorString);
+  EXPECT_EQ(Probe.Call(Host.GetEffect(), audioMasterSizeWindow, 123, 45), 0);
+  EXPECT_EQ(Probe.Count(qrDispatch, effGetVendorString), VendorAsked);
+  EXPECT_EQ(Parent->GetBounds().Width, ParentBefore.Width);
+  EXPECT_EQ(Parent->GetBounds().Height, ParentBefore.Height);
+
   // A new value shows once the editor has had its idle call, not before.
   Host.SetParameter(qpGain, 0.9f);
   Platform::SyncWindowSystem();
