@@ -64,13 +64,15 @@ void TSRVSTHost::DoMasterIdle() {
 void TSRVSTHost::DoOpenWindow(void* Ptr) {
   if (!Ptr) return;
   auto* Record = static_cast<TVstWindow*>(Ptr);
-  Threading::MainThreadExecute(this, false, [this, Record] { GetEditor().OpenWindow(Record); });
+  // Waits: the record is the plug-in's, valid only during its call, and the
+  // plug-in reads the window's handle from it when the call returns.
+  Threading::MainThreadExecute(this, true, [this, Record] { GetEditor().OpenWindow(Record); });
 }
 
 void TSRVSTHost::DoCloseWindow(void* Ptr) {
   if (!Ptr || !FEditor) return;
   auto* Record = static_cast<TVstWindow*>(Ptr);
-  Threading::MainThreadExecute(this, false, [this, Record] { FEditor->CloseWindow(Record); });
+  Threading::MainThreadExecute(this, true, [this, Record] { FEditor->CloseWindow(Record); });
 }
 
 // ---- TSRVSTEditor -----------------------------------------------------------------------
