@@ -330,18 +330,6 @@ TEST_F(DshowTest, SourceBuildFailuresNameTheirStepAndDisable) {
   EXPECT_EQ(Errors[0], "Can't obtain set custom clock source.");
 }
 
-TEST_F(DshowTest, SourceErrorIsRaisedWhenUnhandled) {
-  TSRDSFromSourceFilter Source;
-  Source.GetSourceFilter().Select("No Such Capture Device");
-  try {
-    Source.Open();
-    FAIL() << "no exception";
-  } catch (const EWBException& E) {
-    EXPECT_EQ(std::string(E.what()).rfind("Can't create the DirectShow filter. - ", 0), 0u) << E.what();
-  }
-  EXPECT_FALSE(Source.IsGraphBuilt());
-}
-
 // ---- sink ------------------------------------------------------------------------
 
 // Sends a start, buffers with chosen timing, and a stop.
@@ -530,6 +518,52 @@ TEST_F(DshowTest, SinkBuildFailuresNameTheirStep) {
       ASSERT_EQ(Errors.size(), 1u);
       EXPECT_EQ(Errors[0], K.Message);
     }
+  }
+}
+
+// Nobody handles the error: it is raised, and neither component keeps a
+// half-built graph holding the chosen filter (the capture filter's objects
+// are all gone); a source started that way is switched off again.
+TEST_F(DshowTest, UnhandledBuildErrorsRaiseAndLeaveNoGraph) {
+  {
+    TSRDSFromSourceFilter Source;
+    Source.GetSourceFilter().Select("No Such Capture Device");
+    try {
+      Source.Open();
+      ADD_FAILURE() << "no exception";
+    } catch (const EWBException& E) {
+      EXPECT_EQ(std::string(E.what()).rfind("Can't create the DirectShow filter. - ", 0), 0u) << E.what();
+    }
+    EXPECT_FALSE(Source.IsGraphBuilt());
+    // A step after the filter joined the graph.
+    ASSERT_TRUE(Source.GetSourceFilter().Select(QVTESTCAPTURE_NAME " (refuses format)"));
+    try {
+      Source.Start();
+      ADD_FAILURE() << "no exception";
+    } catch (const EWBException& E) {
+      EXPECT_EQ(std::string(E.what()).rfind("Can't set desired audio format. - ", 0), 0u) << E.what();
+    }
+    EXPECT_FALSE(Source.GetEnabled());
+    EXPECT_FALSE(Source.IsGraphBuilt());
+    EXPECT_FALSE(Source.GetGraph().Exists());
+    EXPECT_TRUE(CaptureObjectsGone());
+  }
+  {
+    TTimedSource Source;
+    TSRDSToSinkFilter Sink;
+    Sink.GetSinkFilter().SetCategory(TDSCategory::dcAudioCapture);
+    ASSERT_TRUE(Sink.GetSinkFilter().Select(QVTESTCAPTURE_NAME));  // no input pin
+    ASSERT_TRUE(Source.Output.Connect(Sink.GetInputPin()));
+    try {
+      Source.Start(44100, 2);
+      ADD_FAILURE() << "no exception";
+    } catch (const EWBException& E) {
+      EXPECT_EQ(std::string(E.what()).rfind("Can't render audio output. - ", 0), 0u) << E.what();
+    }
+    EXPECT_FALSE(Sink.IsGraphBuilt());
+    EXPECT_TRUE(CaptureObjectsGone());
+    Source.Stop();
+    EXPECT_FALSE(Sink.IsAudioBegun());
   }
 }
 
