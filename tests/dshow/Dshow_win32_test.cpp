@@ -22,6 +22,7 @@
 // clang-format off
 #include <windows.h>
 #include <strmif.h>
+#include <control.h>
 #include <qedit.h>
 // clang-format on
 
@@ -565,6 +566,123 @@ TEST_F(DshowTest, UnhandledBuildErrorsRaiseAndLeaveNoGraph) {
     Source.Stop();
     EXPECT_FALSE(Sink.IsAudioBegun());
   }
+}
+
+// Whether Graph is registered in the running object table.
+bool InRunningObjectTable(IUnknown* Graph) {
+  IUnknown* Wanted = nullptr;
+  if (FAILED(Graph->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&Wanted)))) return false;
+  Wanted->Release();
+  IRunningObjectTable* Table = nullptr;
+  if (FAILED(GetRunningObjectTable(0, &Table))) return false;
+  IEnumMoniker* Enum = nullptr;
+  bool Found = false;
+  if (SUCCEEDED(Table->EnumRunning(&Enum)) && Enum) {
+    IMoniker* M = nullptr;
+    while (!Found && Enum->Next(1, &M, nullptr) == S_OK) {
+      IUnknown* Object = nullptr;
+      if (SUCCEEDED(Table->GetObject(M, &Object)) && Object) {
+        IUnknown* Identity = nullptr;
+        if (SUCCEEDED(Object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&Identity)))) {
+          Found = Identity == Wanted;
+          Identity->Release();
+        }
+        Object->Release();
+      }
+      M->Release();
+    }
+    Enum->Release();
+  }
+  Table->Release();
+  return Found;
+}
+
+// The names of the filters in a graph.
+std::vector<std::wstring> FilterNames(IGraphBuilder* Graph) {
+  std::vector<std::wstring> Names;
+  IEnumFilters* Enum = nullptr;
+  if (FAILED(Graph->EnumFilters(&Enum)) || !Enum) return Names;
+  IBaseFilter* F = nullptr;
+  while (Enum->Next(1, &F, nullptr) == S_OK) {
+    FILTER_INFO Info{};
+    if (SUCCEEDED(F->QueryFilterInfo(&Info))) {
+      Names.push_back(Info.achName);
+      if (Info.pGraph) Info.pGraph->Release();
+    }
+    F->Release();
+  }
+  Enum->Release();
+  return Names;
+}
+
+// The order of the builds' steps as the callbacks see it. The source's
+// creation callback finds its filter in the graph before the grabber; the
+// graph is in the running object table when "changed" is signalled and
+// flagged built only at "built". The sink signals "built" before the graph
+// runs, and "changed" once it runs and is registered.
+TEST_F(DshowTest, BuildsSignalInTheirOrder) {
+  std::vector<std::string> Seen;
+  {
+    TSRDSFromSourceFilter Source;
+    Collect(Source);
+    TDSGraph& Graph = Source.GetGraph();
+    ASSERT_TRUE(Source.GetSourceFilter().Select(QVTESTCAPTURE_NAME));
+    Source.GetSourceFilter().OnFilterCreated = [&](IBaseFilter* Filter) {
+      FILTER_INFO Info{};
+      ASSERT_TRUE(SUCCEEDED(Filter->QueryFilterInfo(&Info)));
+      EXPECT_TRUE(Info.pGraph != nullptr);
+      if (Info.pGraph) Info.pGraph->Release();
+      EXPECT_EQ(FilterNames(Graph.GetGraph()), std::vector<std::wstring>{L"Source Filter"});
+      Seen.push_back("created");
+    };
+    Graph.OnGraphChanged = [&] {
+      EXPECT_TRUE(InRunningObjectTable(Graph.GetGraph()));
+      EXPECT_FALSE(Source.IsGraphBuilt());
+      Seen.push_back("changed");
+    };
+    Graph.OnGraphBuilt = [&] {
+      EXPECT_TRUE(Source.IsGraphBuilt());
+      Seen.push_back("built");
+    };
+    ASSERT_TRUE(Source.Open()) << (Errors.empty() ? "" : Errors[0]);
+    EXPECT_EQ(Seen, (std::vector<std::string>{"created", "changed", "built"}));
+    IGraphBuilder* Built = Graph.GetGraph();
+    Built->AddRef();
+    Source.Close();
+    EXPECT_FALSE(InRunningObjectTable(Built));  // revoked with the graph
+    Built->Release();
+  }
+  Seen.clear();
+  {
+    TTimedSource Source;
+    TSRDSToSinkFilter Sink;
+    Collect(Sink);
+    TDSGraph& Graph = Sink.GetGraph();  // nothing chosen yet: nothing built
+    EXPECT_FALSE(Graph.Exists());
+    auto State = [&] {
+      OAFilterState S = -1;
+      Graph.GetControl()->GetState(0, &S);
+      return S;
+    };
+    Graph.OnGraphBuilt = [&] {
+      EXPECT_TRUE(Sink.IsGraphBuilt());
+      EXPECT_EQ(State(), State_Stopped);
+      EXPECT_FALSE(InRunningObjectTable(Graph.GetGraph()));
+      Seen.push_back("built");
+    };
+    Graph.OnGraphChanged = [&] {
+      EXPECT_EQ(State(), State_Running);
+      EXPECT_TRUE(InRunningObjectTable(Graph.GetGraph()));
+      Seen.push_back("changed");
+    };
+    Sink.GetSinkFilter().SetCategory(TDSCategory::dcFilters);
+    ASSERT_TRUE(Sink.GetSinkFilter().Select("Null Renderer"));
+    ASSERT_TRUE(Source.Output.Connect(Sink.GetInputPin()));
+    Source.Start(44100, 2);
+    EXPECT_EQ(Seen, (std::vector<std::string>{"built", "changed"}));
+    Source.Stop();
+  }
+  EXPECT_TRUE(Errors.empty()) << Errors[0];
 }
 
 }  // namespace
