@@ -165,9 +165,16 @@ void TSRDSFromSourceFilter::Close() {
 void TSRDSFromSourceFilter::Start() {
   if (!GetEnabled()) {
     SetEnabled(true);
-  } else if (!TryStart()) {
-    SetEnabled(false);
+    return;
   }
+  bool Started = false;
+  try {
+    Started = TryStart();
+  } catch (...) {
+    SetEnabled(false);  // an unhandled build error leaves the component off as well
+    throw;
+  }
+  if (!Started) SetEnabled(false);
 }
 
 void TSRDSFromSourceFilter::Stop() { IntStop(); }
@@ -220,35 +227,40 @@ bool TSRDSFromSourceFilter::BuildGraph() {
   if (FGraphBuilt) return true;
   // 1. Graph, capture graph builder, additional filters, media control.
   if (!FGraph.Create()) return false;
-  auto Fail = [this] {
-    DestroyGraph();
-    return false;
-  };
+  // However the build leaves before it is done (a failed step, or the error
+  // its report raises when nobody handles it), no half-built graph stays
+  // behind holding the chosen filter.
+  struct TUndo {
+    TSRDSFromSourceFilter* Owner;
+    ~TUndo() {
+      if (Owner) Owner->DestroyGraph();
+    }
+  } Undo{this};
   // 2. The graph as a media filter.
   TComPtr<IMediaFilter> MediaFilter;
   if (!FGraph.Check(FGraph.GetGraph()->QueryInterface(IID_IMediaFilter, MediaFilter.PutVoid()),
                     "Can't obtain IMediaFilter."))
-    return Fail();
+    return false;
   // 3. Our own reference clock, unless the source's timing is used.
   if (!UsesInternalClock()) {
     HRESULT R = CoCreateInstance(CLSID_SystemClock, nullptr, CLSCTX_INPROC_SERVER, IID_IReferenceClock,
                                  FImpl->OwnClock.PutVoid());
     if (SUCCEEDED(R)) R = MediaFilter->SetSyncSource(FImpl->OwnClock.Get());
     // Deliberately worded so: kept as the component always reported it.
-    if (!FGraph.Check(R, "Can't obtain set custom clock source.")) return Fail();
+    if (!FGraph.Check(R, "Can't obtain set custom clock source.")) return false;
   }
   // 4. Media events come to our window.
   FGraph.EnableEvents(FImpl->Window, EventMessage);
   // 5. The chosen filter's object.
   IMoniker* Moniker = FSourceFilter.GetMoniker();
-  if (!FGraph.Check(Moniker ? S_OK : E_POINTER, "Can't create the DirectShow filter.")) return Fail();
+  if (!FGraph.Check(Moniker ? S_OK : E_POINTER, "Can't create the DirectShow filter.")) return false;
   if (!FGraph.Check(Moniker->BindToObject(nullptr, nullptr, IID_IBaseFilter, FImpl->Source.PutVoid()),
                     "Can't create the DirectShow filter."))
-    return Fail();
+    return false;
   // 6. Into the graph.
   if (!FGraph.Check(FGraph.GetGraph()->AddFilter(FImpl->Source.Get(), L"Source Filter"),
                     "Can't add the DirectShow filter."))
-    return Fail();
+    return false;
   // 7. The user's set-up of the new filter.
   if (FSourceFilter.OnFilterCreated) FSourceFilter.OnFilterCreated(FImpl->Source.Get());
   // 8. Buffer negotiation on the source's output, when it has one.
@@ -258,26 +270,27 @@ bool TSRDSFromSourceFilter::BuildGraph() {
   // 9. The media type asked of the source.
   TMediaType Type;
   const TSRWaveFormatExtensible Wanted = FAudioFormat.GetWaveFormat();
-  if (!SourceMediaType(Wanted, Type)) return Fail();
+  if (!SourceMediaType(Wanted, Type)) return false;
   // 10. The sample grabber, accepting only that type.
   if (!FGraph.Check(FGrabber.Create(FGraph.GetGraph(), L"Audio Grabber", Wanted), "Can't set audio sample grabber."))
-    return Fail();
+    return false;
   // 11. The source produces that type.
   TComPtr<IAMStreamConfig> Config;
   if (!FGraph.Check(FGraph.GetBuilder()->FindInterface(&PIN_CATEGORY_CAPTURE, &MEDIATYPE_Audio, FImpl->Source.Get(),
                                                        IID_IAMStreamConfig, Config.PutVoid()),
                     "Can't set audio sample grabber format."))
-    return Fail();
-  if (!FGraph.Check(Config->SetFormat(&Type.Type), "Can't set desired audio format.")) return Fail();
+    return false;
+  if (!FGraph.Check(Config->SetFormat(&Type.Type), "Can't set desired audio format.")) return false;
   // 12. Buffers of the wanted size.
   SetBufferSize();
   // 13. Source into the grabber.
   if (!FGraph.Check(FGraph.GetBuilder()->RenderStream(nullptr, nullptr, FImpl->Source.Get(), nullptr,
                                                       FGrabber.GetFilter()),
                     "Can't set audio sample grabber."))
-    return Fail();
+    return false;
   // 14. Built.
   if (!FGrabber.GetConnectedFormat(FStreamFormat)) FStreamFormat = Wanted;
+  Undo.Owner = nullptr;
   FGraph.Register();
   FGraph.GraphChanged();
   FGraphBuilt = true;
@@ -308,7 +321,12 @@ bool TSRDSFromSourceFilter::HasBufferNegotiation() const {
 void TSRDSFromSourceFilter::EnabledChanged() {
   if (IsLoading() || IsDesigning()) return;
   if (GetEnabled()) {
-    TryStart();
+    try {
+      TryStart();
+    } catch (...) {
+      SetEnabled(false);  // an unhandled build error leaves the component off as well
+      throw;
+    }
     if (!FGraphBuilt) SetEnabled(false);
   } else {
     IntStop();

@@ -125,6 +125,15 @@ void TSRDSToSinkFilter::BuildGraph() {
   if (FGraph.Exists() || !FSinkFilter.IsSelected()) return;
   // 1. Graph, additional filters, capture graph builder, media control.
   if (!FGraph.Create()) return;
+  // However the build leaves before it is done (a failed step, or the error
+  // its report raises when nobody handles it), no half-built graph stays
+  // behind holding the chosen filter.
+  struct TUndo {
+    TSRDSToSinkFilter* Owner;
+    ~TUndo() {
+      if (Owner) Owner->DestroyGraph();
+    }
+  } Undo{this};
   bool Ok = false;
   do {
     // 2. The chosen filter's object. Deliberately the same text as the push
@@ -151,10 +160,8 @@ void TSRDSToSinkFilter::BuildGraph() {
       break;
     Ok = true;
   } while (false);
-  if (!Ok) {
-    DestroyGraph();
-    return;
-  }
+  if (!Ok) return;
+  Undo.Owner = nullptr;
   // 7. Built; run, and make the running graph visible.
   FGraphBuilt = true;
   FGraph.GraphBuilt();

@@ -22,6 +22,7 @@
 // clang-format off
 #include <windows.h>
 #include <strmif.h>
+#include <control.h>
 #include <qedit.h>
 // clang-format on
 
@@ -330,18 +331,6 @@ TEST_F(DshowTest, SourceBuildFailuresNameTheirStepAndDisable) {
   EXPECT_EQ(Errors[0], "Can't obtain set custom clock source.");
 }
 
-TEST_F(DshowTest, SourceErrorIsRaisedWhenUnhandled) {
-  TSRDSFromSourceFilter Source;
-  Source.GetSourceFilter().Select("No Such Capture Device");
-  try {
-    Source.Open();
-    FAIL() << "no exception";
-  } catch (const EWBException& E) {
-    EXPECT_EQ(std::string(E.what()).rfind("Can't create the DirectShow filter. - ", 0), 0u) << E.what();
-  }
-  EXPECT_FALSE(Source.IsGraphBuilt());
-}
-
 // ---- sink ------------------------------------------------------------------------
 
 // Sends a start, buffers with chosen timing, and a stop.
@@ -531,6 +520,169 @@ TEST_F(DshowTest, SinkBuildFailuresNameTheirStep) {
       EXPECT_EQ(Errors[0], K.Message);
     }
   }
+}
+
+// Nobody handles the error: it is raised, and neither component keeps a
+// half-built graph holding the chosen filter (the capture filter's objects
+// are all gone); a source started that way is switched off again.
+TEST_F(DshowTest, UnhandledBuildErrorsRaiseAndLeaveNoGraph) {
+  {
+    TSRDSFromSourceFilter Source;
+    Source.GetSourceFilter().Select("No Such Capture Device");
+    try {
+      Source.Open();
+      ADD_FAILURE() << "no exception";
+    } catch (const EWBException& E) {
+      EXPECT_EQ(std::string(E.what()).rfind("Can't create the DirectShow filter. - ", 0), 0u) << E.what();
+    }
+    EXPECT_FALSE(Source.IsGraphBuilt());
+    // A step after the filter joined the graph.
+    ASSERT_TRUE(Source.GetSourceFilter().Select(QVTESTCAPTURE_NAME " (refuses format)"));
+    try {
+      Source.Start();
+      ADD_FAILURE() << "no exception";
+    } catch (const EWBException& E) {
+      EXPECT_EQ(std::string(E.what()).rfind("Can't set desired audio format. - ", 0), 0u) << E.what();
+    }
+    EXPECT_FALSE(Source.GetEnabled());
+    EXPECT_FALSE(Source.IsGraphBuilt());
+    EXPECT_FALSE(Source.GetGraph().Exists());
+    EXPECT_TRUE(CaptureObjectsGone());
+  }
+  {
+    TTimedSource Source;
+    TSRDSToSinkFilter Sink;
+    Sink.GetSinkFilter().SetCategory(TDSCategory::dcAudioCapture);
+    ASSERT_TRUE(Sink.GetSinkFilter().Select(QVTESTCAPTURE_NAME));  // no input pin
+    ASSERT_TRUE(Source.Output.Connect(Sink.GetInputPin()));
+    try {
+      Source.Start(44100, 2);
+      ADD_FAILURE() << "no exception";
+    } catch (const EWBException& E) {
+      EXPECT_EQ(std::string(E.what()).rfind("Can't render audio output. - ", 0), 0u) << E.what();
+    }
+    EXPECT_FALSE(Sink.IsGraphBuilt());
+    EXPECT_TRUE(CaptureObjectsGone());
+    Source.Stop();
+    EXPECT_FALSE(Sink.IsAudioBegun());
+  }
+}
+
+// Whether Graph is registered in the running object table.
+bool InRunningObjectTable(IUnknown* Graph) {
+  IUnknown* Wanted = nullptr;
+  if (FAILED(Graph->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&Wanted)))) return false;
+  Wanted->Release();
+  IRunningObjectTable* Table = nullptr;
+  if (FAILED(GetRunningObjectTable(0, &Table))) return false;
+  IEnumMoniker* Enum = nullptr;
+  bool Found = false;
+  if (SUCCEEDED(Table->EnumRunning(&Enum)) && Enum) {
+    IMoniker* M = nullptr;
+    while (!Found && Enum->Next(1, &M, nullptr) == S_OK) {
+      IUnknown* Object = nullptr;
+      if (SUCCEEDED(Table->GetObject(M, &Object)) && Object) {
+        IUnknown* Identity = nullptr;
+        if (SUCCEEDED(Object->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&Identity)))) {
+          Found = Identity == Wanted;
+          Identity->Release();
+        }
+        Object->Release();
+      }
+      M->Release();
+    }
+    Enum->Release();
+  }
+  Table->Release();
+  return Found;
+}
+
+// The names of the filters in a graph.
+std::vector<std::wstring> FilterNames(IGraphBuilder* Graph) {
+  std::vector<std::wstring> Names;
+  IEnumFilters* Enum = nullptr;
+  if (FAILED(Graph->EnumFilters(&Enum)) || !Enum) return Names;
+  IBaseFilter* F = nullptr;
+  while (Enum->Next(1, &F, nullptr) == S_OK) {
+    FILTER_INFO Info{};
+    if (SUCCEEDED(F->QueryFilterInfo(&Info))) {
+      Names.push_back(Info.achName);
+      if (Info.pGraph) Info.pGraph->Release();
+    }
+    F->Release();
+  }
+  Enum->Release();
+  return Names;
+}
+
+// The order of the builds' steps as the callbacks see it. The source's
+// creation callback finds its filter in the graph before the grabber; the
+// graph is in the running object table when "changed" is signalled and
+// flagged built only at "built". The sink signals "built" before the graph
+// runs, and "changed" once it runs and is registered.
+TEST_F(DshowTest, BuildsSignalInTheirOrder) {
+  std::vector<std::string> Seen;
+  {
+    TSRDSFromSourceFilter Source;
+    Collect(Source);
+    TDSGraph& Graph = Source.GetGraph();
+    ASSERT_TRUE(Source.GetSourceFilter().Select(QVTESTCAPTURE_NAME));
+    Source.GetSourceFilter().OnFilterCreated = [&](IBaseFilter* Filter) {
+      FILTER_INFO Info{};
+      ASSERT_TRUE(SUCCEEDED(Filter->QueryFilterInfo(&Info)));
+      EXPECT_TRUE(Info.pGraph != nullptr);
+      if (Info.pGraph) Info.pGraph->Release();
+      EXPECT_EQ(FilterNames(Graph.GetGraph()), std::vector<std::wstring>{L"Source Filter"});
+      Seen.push_back("created");
+    };
+    Graph.OnGraphChanged = [&] {
+      EXPECT_TRUE(InRunningObjectTable(Graph.GetGraph()));
+      EXPECT_FALSE(Source.IsGraphBuilt());
+      Seen.push_back("changed");
+    };
+    Graph.OnGraphBuilt = [&] {
+      EXPECT_TRUE(Source.IsGraphBuilt());
+      Seen.push_back("built");
+    };
+    ASSERT_TRUE(Source.Open()) << (Errors.empty() ? "" : Errors[0]);
+    EXPECT_EQ(Seen, (std::vector<std::string>{"created", "changed", "built"}));
+    IGraphBuilder* Built = Graph.GetGraph();
+    Built->AddRef();
+    Source.Close();
+    EXPECT_FALSE(InRunningObjectTable(Built));  // revoked with the graph
+    Built->Release();
+  }
+  Seen.clear();
+  {
+    TTimedSource Source;
+    TSRDSToSinkFilter Sink;
+    Collect(Sink);
+    TDSGraph& Graph = Sink.GetGraph();  // nothing chosen yet: nothing built
+    EXPECT_FALSE(Graph.Exists());
+    auto State = [&] {
+      OAFilterState S = -1;
+      Graph.GetControl()->GetState(0, &S);
+      return S;
+    };
+    Graph.OnGraphBuilt = [&] {
+      EXPECT_TRUE(Sink.IsGraphBuilt());
+      EXPECT_EQ(State(), State_Stopped);
+      EXPECT_FALSE(InRunningObjectTable(Graph.GetGraph()));
+      Seen.push_back("built");
+    };
+    Graph.OnGraphChanged = [&] {
+      EXPECT_EQ(State(), State_Running);
+      EXPECT_TRUE(InRunningObjectTable(Graph.GetGraph()));
+      Seen.push_back("changed");
+    };
+    Sink.GetSinkFilter().SetCategory(TDSCategory::dcFilters);
+    ASSERT_TRUE(Sink.GetSinkFilter().Select("Null Renderer"));
+    ASSERT_TRUE(Source.Output.Connect(Sink.GetInputPin()));
+    Source.Start(44100, 2);
+    EXPECT_EQ(Seen, (std::vector<std::string>{"built", "changed"}));
+    Source.Stop();
+  }
+  EXPECT_TRUE(Errors.empty()) << Errors[0];
 }
 
 }  // namespace
