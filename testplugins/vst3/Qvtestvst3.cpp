@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "testplugins/vst2/Qveditorview.h"
 #include "testplugins/vst3/Qvtestvst3.h"
 
 #ifdef _WIN32
@@ -190,15 +191,28 @@ std::string InterfaceName(const TGUID& IID) {
 
 // ---- the plug-in objects ---------------------------------------------------------
 
-// The controller's editor view: it only records its end.
-class TView final : public IPlugView {
+// The controller's editor view: a window of its own inside the host's that
+// paints kViewColours, served on X11 through the host's run loop (its
+// connection's descriptor). It records what the host asks of it.
+class TView;
+std::atomic<TView*> GAttachedView{nullptr};
+
+#ifdef _WIN32
+constexpr const char* kOwnPlatformType = kPlatformTypeHWND;
+#else
+constexpr const char* kOwnPlatformType = kPlatformTypeX11EmbedWindowID;
+#endif
+
+class TView final : public IPlugView, public IEventHandler {
  public:
   explicit TView(std::string Role) : FRole(std::move(Role)) { ++GLive; }
   TView(const TView&) = delete;
   TView& operator=(const TView&) = delete;
   TResult queryInterface(const TGUID& IID, void** Obj) override {
     if (!Obj) return kInvalidArgument;
-    *Obj = IID == IID_IFUnknown || IID == IID_IPlugView ? this : nullptr;
+    *Obj = nullptr;
+    if (IID == IID_IFUnknown || IID == IID_IPlugView) *Obj = static_cast<IPlugView*>(this);
+    if (IID == IID_IEventHandler) *Obj = static_cast<IEventHandler*>(this);
     if (!*Obj) return kNoInterface;
     addRef();
     return kOk;
@@ -209,30 +223,95 @@ class TView final : public IPlugView {
     if (Left == 0) delete this;
     return Left;
   }
-  TResult isPlatformTypeSupported(TFIDString) override { return kFalse; }
-  TResult attached(void*, TFIDString) override { return kFalse; }
-  TResult removed() override { return kOk; }
+  TResult isPlatformTypeSupported(TFIDString Type) override {
+    Record(FRole + ".view isPlatformTypeSupported " + (Type ? Type : "(null)"));
+    return Type && std::strcmp(Type, kOwnPlatformType) == 0 ? kOk : kFalse;
+  }
+  TResult attached(void* Parent, TFIDString Type) override {
+    Record(FRole + ".view attached " + (Type ? Type : "(null)"));
+    if (FWindow || !Parent || !Type || std::strcmp(Type, kOwnPlatformType) != 0) return kFalse;
+    FWindow = Qvtestplugin::OpenEditorView(Parent, FWidth, FHeight);
+    if (!FWindow) return kFalse;
+    Qvtestplugin::PaintEditorView(FWindow, kViewColours, kViewBlocks);
+    const int Descriptor = Qvtestplugin::EditorViewDescriptor(FWindow);
+    if (FRunLoop && Descriptor >= 0) FRunLoop->registerEventHandler(this, Descriptor);
+    GAttachedView = this;
+    return kOk;
+  }
+  TResult removed() override {
+    Record(FRole + ".view removed");
+    if (!FWindow) return kFalse;
+    if (FRunLoop) FRunLoop->unregisterEventHandler(this);
+    Qvtestplugin::CloseEditorView(FWindow);
+    FWindow = nullptr;
+    GAttachedView = nullptr;
+    return kOk;
+  }
   TResult onWheel(float) override { return kFalse; }
   TResult onKeyDown(char16, int16_t, int16_t) override { return kFalse; }
   TResult onKeyUp(char16, int16_t, int16_t) override { return kFalse; }
   TResult getSize(TViewRect* Size) override {
+    Record(FRole + ".view getSize");
     if (!Size) return kInvalidArgument;
-    *Size = TViewRect{0, 0, 320, 200};
+    *Size = TViewRect{0, 0, FWidth, FHeight};
     return kOk;
   }
-  TResult onSize(TViewRect*) override { return kOk; }
-  TResult onFocus(TBool) override { return kOk; }
-  TResult setFrame(IPlugFrame*) override { return kOk; }
-  TResult canResize() override { return kFalse; }
+  TResult onSize(TViewRect* NewSize) override {
+    if (!NewSize) return kInvalidArgument;
+    Record(FRole + ".view onSize " + std::to_string(NewSize->GetWidth()) + "x" + std::to_string(NewSize->GetHeight()));
+    FWidth = NewSize->GetWidth();
+    FHeight = NewSize->GetHeight();
+    if (FWindow) Qvtestplugin::ResizeEditorView(FWindow, FWidth, FHeight);
+    return kOk;
+  }
+  TResult onFocus(TBool State) override {
+    Record(FRole + ".view onFocus " + std::to_string(State));
+    return kOk;
+  }
+  TResult setFrame(IPlugFrame* Frame) override {
+    Record(FRole + ".view setFrame " + (Frame ? "set" : "null"));
+    if (FRunLoop) FRunLoop->release();
+    FRunLoop = nullptr;
+    if (FFrame) FFrame->release();
+    FFrame = Frame;
+    if (!Frame) return kOk;
+    Frame->addRef();
+    void* Obj = nullptr;
+    if (Frame->queryInterface(IID_IRunLoop, &Obj) == kOk) FRunLoop = static_cast<IRunLoop*>(Obj);
+    return kOk;
+  }
+  TResult canResize() override { return kOk; }
   TResult checkSizeConstraint(TViewRect*) override { return kOk; }
+
+  // IEventHandler: the connection has events; an exposed window is painted.
+  void onFDIsSet(int) override {
+    if (FWindow && Qvtestplugin::ProcessEditorViewEvents(FWindow))
+      Qvtestplugin::PaintEditorView(FWindow, kViewColours, kViewBlocks);
+  }
+
+  // Asks the frame for the resized view.
+  void RequestResize() {
+    TViewRect Size{0, 0, kResizedViewWidth, kResizedViewHeight};
+    const TResult R = FFrame ? FFrame->resizeView(this, &Size) : kFalse;
+    Record(FRole + ".view resizeView " + std::to_string(kResizedViewWidth) + "x" +
+           std::to_string(kResizedViewHeight) + (R == kOk ? " ok" : " refused"));
+  }
 
  private:
   ~TView() {
+    if (FWindow) Qvtestplugin::CloseEditorView(FWindow);
+    if (GAttachedView == this) GAttachedView = nullptr;
+    if (FRunLoop) FRunLoop->release();
+    if (FFrame) FFrame->release();
     Record(FRole + ".view released");
     --GLive;
   }
   std::string FRole;
   std::atomic<uint32_t> FRefs{1};
+  int32_t FWidth = kViewWidth, FHeight = kViewHeight;
+  Qvtestplugin::TEditorView* FWindow = nullptr;
+  IPlugFrame* FFrame = nullptr;
+  IRunLoop* FRunLoop = nullptr;
 };
 
 enum class TKind { Effect, Controller, Single, Alone };
@@ -452,6 +531,7 @@ class TPlugObject final : public IComponent,
     if (ID == kGainID) FGain = Value;
     else if (ID == kModeID) FMode = Value;
     else return kInvalidArgument;
+    if (ID == kModeID && GAttachedView) GAttachedView.load()->RequestResize();
     return kOk;
   }
   TResult setComponentHandler(IComponentHandler* Handler) override {
