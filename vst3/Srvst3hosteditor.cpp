@@ -25,6 +25,17 @@ constexpr const char* kPlatformType = kPlatformTypeX11EmbedWindowID;
 #endif
 
 constexpr TResult kOk = ModuleResult(Platform::kVst3ResultOk);
+constexpr int32_t kMaxViewSide = 32767;
+
+// A rectangle's sides when both lie in 1..kMaxViewSide (window sizes are
+// 16-bit on the window systems); computed wide, whatever the plug-in filled in.
+bool ViewSides(const TViewRect& R, int32_t& Width, int32_t& Height) {
+  const int64_t W = int64_t(R.right) - R.left, H = int64_t(R.bottom) - R.top;
+  if (W <= 0 || H <= 0 || W > kMaxViewSide || H > kMaxViewSide) return false;
+  Width = static_cast<int32_t>(W);
+  Height = static_cast<int32_t>(H);
+  return true;
+}
 
 // The frame the host gives the view: resize requests, and the run loop.
 // The view may keep it after the host lets go: detached, it answers and
@@ -42,10 +53,10 @@ class TPlugFrame final : public TVST3Object<IPlugFrame, IRunLoop> {
 
   // IPlugFrame: the own form takes the new size, then the view is told.
   TResult resizeView(IPlugView* View, TViewRect* NewSize) override {
-    if (!View || !NewSize || NewSize->GetWidth() <= 0 || NewSize->GetHeight() <= 0)
-      return ModuleResult(Platform::kVst3InvalidArgument);
+    int32_t Width = 0, Height = 0;
+    if (!View || !NewSize || !ViewSides(*NewSize, Width, Height)) return ModuleResult(Platform::kVst3InvalidArgument);
     if (!FEditor) return ModuleResult(Platform::kVst3ResultFalse);
-    FEditor->SizeForm(NewSize->GetWidth(), NewSize->GetHeight());
+    FEditor->SizeForm(Width, Height);
     TViewRect Size = *NewSize;
     View->onSize(&Size);
     return kOk;
@@ -138,10 +149,7 @@ class TVST3EditorTarget final : public TSREditorTarget {
   bool EditorSize(int32_t& Width, int32_t& Height) override {
     IPlugView* View = FHost.GetView();
     TViewRect R{};
-    if (!View || View->getSize(&R) != kOk || R.GetWidth() <= 0 || R.GetHeight() <= 0) return false;
-    Width = R.GetWidth();
-    Height = R.GetHeight();
-    return true;
+    return View && View->getSize(&R) == kOk && ViewSides(R, Width, Height);
   }
   bool EditorOpen(Platform::TNativeWindow Parent) override {
     IPlugView* View = FHost.GetView();

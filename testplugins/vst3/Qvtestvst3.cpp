@@ -59,6 +59,8 @@ std::atomic<int32_t> GFailCode{Platform::kVst3InternalError};
 TProcessRecord GProcessRecords[kProcessRecordCapacity];
 std::atomic<int32_t> GProcessCalls{0};
 std::atomic<int32_t> GHostReferences{0};
+// The rectangle the view asks for (under GLock).
+TViewRect GResizeRect{0, 0, kResizedViewWidth, kResizedViewHeight};
 
 void Record(const std::string& Line) {
   std::lock_guard<std::mutex> G(GLock);
@@ -115,6 +117,16 @@ void ApplyOptions(const char* Options) {
     }
     if (Item.rfind("gain=", 0) == 0) GGain = std::strtod(Item.c_str() + 5, nullptr);
     if (Item == "map=swap") GSwap = true;
+    if (Item.rfind("viewresize=", 0) == 0) {
+      long V[4] = {0, 0, 0, 0};
+      const char* P = Item.c_str() + 11;
+      for (long& X : V) {
+        char* End = nullptr;
+        X = std::strtol(P, &End, 10);
+        P = *End == ':' ? End + 1 : End;
+      }
+      GResizeRect = TViewRect{int32_t(V[0]), int32_t(V[1]), int32_t(V[2]), int32_t(V[3])};
+    }
     Start = End + 1;
   }
 }
@@ -291,10 +303,15 @@ class TView final : public IPlugView, public IEventHandler {
 
   // Asks the frame for the resized view.
   void RequestResize() {
-    TViewRect Size{0, 0, kResizedViewWidth, kResizedViewHeight};
+    TViewRect Size{};
+    {
+      std::lock_guard<std::mutex> G(GLock);
+      Size = GResizeRect;
+    }
+    const int64_t Width = int64_t(Size.right) - Size.left, Height = int64_t(Size.bottom) - Size.top;
     const TResult R = FFrame ? FFrame->resizeView(this, &Size) : kFalse;
-    Record(FRole + ".view resizeView " + std::to_string(kResizedViewWidth) + "x" +
-           std::to_string(kResizedViewHeight) + (R == kOk ? " ok" : " refused"));
+    Record(FRole + ".view resizeView " + std::to_string(Width) + "x" + std::to_string(Height) +
+           (R == kOk ? " ok" : " refused"));
   }
 
  private:
@@ -806,6 +823,7 @@ QV_EXPORT void QvTest3Reset() {
   GOutputBuses = {2};
   GGain = 1.0;
   GSwap = false;
+  GResizeRect = TViewRect{0, 0, kResizedViewWidth, kResizedViewHeight};
   GProcessCalls = 0;
 }
 

@@ -25,6 +25,8 @@
 //   gain=<x>      what process multiplies by (default 1)
 //   map=swap      output channel c takes input channel n-1-c of its bus
 //                 (default: channel c)
+//   viewresize=<left>:<top>:<right>:<bottom>  the rectangle the editor view
+//                 asks its frame for (default 0:0:kResizedViewWidth:kResizedViewHeight)
 //
 // Processing: output bus o comes from input bus o (silence when there is no
 // such bus or channel), in 32 or 64 bits as the process data says. Each call

@@ -118,6 +118,17 @@ TEST_F(TViewFixture, OwnFormShowsTheViewFollowsItsResizeRequestAndRemovesItOnHid
   Settle(Editor);
   EXPECT_TRUE(ShowsView(Form->GetHandle(), T3::kResizedViewWidth, T3::kResizedViewHeight));
 
+  // Sizes no window can take are refused, the form left as it is.
+  for (const char* Rect : {"viewresize=0:0:100000:50", "viewresize=-2147483648:0:2147483647:50",
+                           "viewresize=0:0:0:50"}) {
+    Probe.Options(Rect);
+    Host.SetParameterValue(T3::kModeID, 0.5);
+    EXPECT_EQ(Form->GetBounds().Width, T3::kResizedViewWidth) << Rect;
+    const std::vector<std::string> Asked = Probe.CallsOf("Controller.view resizeView");
+    ASSERT_FALSE(Asked.empty());
+    EXPECT_NE(Asked.back().find("refused"), std::string::npos) << Rect;
+  }
+
   // A second Show while shown attaches nothing more.
   Editor.Show();
   Editor.Hide();
@@ -133,6 +144,9 @@ TEST_F(TViewFixture, OwnFormShowsTheViewFollowsItsResizeRequestAndRemovesItOnHid
                                          "getSize",
                                          "onSize 400x240",
                                          "resizeView 400x240 ok",
+                                         "resizeView 100000x50 refused",
+                                         "resizeView 4294967295x50 refused",
+                                         "resizeView 0x50 refused",
                                          "removed",
                                          "setFrame null"};
   EXPECT_EQ(ViewCalls(Probe), Want);
