@@ -61,7 +61,7 @@ const char* const kUsage =
     "  quorvel edit PLUGIN [-s SECONDS] [--screenshot FILE.png]\n"
     "      the plug-in's editor in a window of its own, until it is closed or for\n"
     "      SECONDS; --screenshot saves the window (PNG; .bmp on Windows) after\n"
-    "      SECONDS (default 1)\n"
+    "      SECONDS (default 1); a VST 3 module shows its first class's view\n"
     "  quorvel run CHAIN.json [-s SECONDS]\n"
     "      the components of a chain document, connected and run from their\n"
     "      sources (files to their end; tones and devices for -s seconds, default 2)\n"

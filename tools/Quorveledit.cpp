@@ -3,6 +3,7 @@
 #include <cctype>
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -11,6 +12,7 @@
 #include "tools/Quorvelcli.h"
 #include "vst2/Srvsthost.h"
 #include "vst2/Srvsthosteditor.h"
+#include "vst3/Srvst3host.h"
 
 #if QUORVEL_HAVE_PNG
 #include <png.h>
@@ -93,32 +95,11 @@ bool WritePng(const std::string& Name, const Platform::TPixelImage& Image) {
 }
 #endif
 
-}  // namespace
-
-int Edit(const TArgs& Args) {
-  double Seconds = -1.0;
-  std::string Shot;
-  TArgs Positional;
-  const std::vector<TOption> Options{
-      {"-s", true, [&](const std::string& V) { return ParseDouble(V, Seconds) && Seconds >= 0 && Seconds <= 86400; },
-       "seconds from 0 to 86400"},
-      {"--screenshot", true, [&](const std::string& V) { Shot = V; return !V.empty(); }, "a file name"}};
-  if (int Status = ParseOptions(Args, Options, Positional, 1)) return Status;
-  if (Positional.size() != 1) return Usage();
-  const std::string& File = Positional[0];
-#if QUORVEL_HAVE_PNG
-  const bool Png = EndsWith(Shot, ".png");
-  if (!Shot.empty() && !Png && !EndsWith(Shot, ".bmp")) return Fail("the screenshot is a .png or .bmp file");
-#else
-  const bool Png = false;
-  if (!Shot.empty() && !EndsWith(Shot, ".bmp")) return Fail("the screenshot is a .bmp file here");
-#endif
-
-  TSRVSTHost Host;
-  TReports Reports;
-  Reports.Attach(Host);
-  if (!OpenPlugIn(Host, Reports, File)) return 1;
-  TSRVSTEditor& Editor = Host.GetEditor();
+// Shows Editor in its own form, idles it and takes the screenshot; Close
+// closes the host.
+int ShowEditor(TSRVSTEditor& Editor, TReports& Reports, const std::string& File, double Seconds,
+               const std::string& Shot, bool Png, const std::function<bool()>& EditorOpen,
+               const std::function<void()>& Close) {
   if (!Editor.GetAvailable()) return Fail(File + " has no editor");
   std::string Why;
   if (!Platform::WindowSystemAvailable(Why)) return Fail("cannot show the editor: " + Why);
@@ -127,8 +108,8 @@ int Edit(const TArgs& Args) {
   if (!Shot.empty() && !Output.Prepare(Shot, {{"the plug-in", File}})) return 1;
   Threading::SetMainThread();
   Editor.Show();
-  if (!Editor.GetShown() || !Host.GetEditorOpen()) {
-    Host.Close();
+  if (!Editor.GetShown() || !EditorOpen()) {
+    Close();
     return Fail(Reports.Empty() ? "the plug-in did not open its editor" : Reports.Last());
   }
   // Without -s: until the window is closed, or a second before a screenshot.
@@ -166,10 +147,48 @@ int Edit(const TArgs& Args) {
     std::printf("editor of %s: %d x %d\n", File.c_str(), B.Width, B.Height);
   }
   (void)Png;
-  Host.Close();
+  Close();
   const uint64_t XErrors = Platform::GetWindowSystemErrorCount();
   if (XErrors > 0) Warn(std::to_string(XErrors) + " window system errors (" + Platform::GetLastWindowSystemError() + ")");
   return Status;
+}
+
+}  // namespace
+
+int Edit(const TArgs& Args) {
+  double Seconds = -1.0;
+  std::string Shot;
+  TArgs Positional;
+  const std::vector<TOption> Options{
+      {"-s", true, [&](const std::string& V) { return ParseDouble(V, Seconds) && Seconds >= 0 && Seconds <= 86400; },
+       "seconds from 0 to 86400"},
+      {"--screenshot", true, [&](const std::string& V) { Shot = V; return !V.empty(); }, "a file name"}};
+  if (int Status = ParseOptions(Args, Options, Positional, 1)) return Status;
+  if (Positional.size() != 1) return Usage();
+  const std::string& File = Positional[0];
+#if QUORVEL_HAVE_PNG
+  const bool Png = EndsWith(Shot, ".png");
+  if (!Shot.empty() && !Png && !EndsWith(Shot, ".bmp")) return Fail("the screenshot is a .png or .bmp file");
+#else
+  const bool Png = false;
+  if (!Shot.empty() && !EndsWith(Shot, ".bmp")) return Fail("the screenshot is a .bmp file here");
+#endif
+
+  TReports Reports;
+  // A VST 3 module: its first class's editor view, through the same editor object.
+  if (EndsWith(File, ".vst3")) {
+    TSRVST3Host Host3;
+    Reports.Attach(Host3);
+    Host3.SetFileName(File);
+    if (!Reports.Empty() || !Host3.Open()) return Fail(Reports.Empty() ? File + " did not open" : Reports.First());
+    return ShowEditor(Host3.GetEditor(), Reports, File, Seconds, Shot, Png, [&] { return Host3.GetViewAttached(); },
+                      [&] { Host3.Close(); });
+  }
+  TSRVSTHost Host;
+  Reports.Attach(Host);
+  if (!OpenPlugIn(Host, Reports, File)) return 1;
+  return ShowEditor(Host.GetEditor(), Reports, File, Seconds, Shot, Png, [&] { return Host.GetEditorOpen(); },
+                    [&] { Host.Close(); });
 }
 
 }  // namespace Quorvel::Cli

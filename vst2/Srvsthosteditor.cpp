@@ -77,7 +77,52 @@ void TSRVSTHost::DoCloseWindow(void* Ptr) {
 
 // ---- TSRVSTEditor -----------------------------------------------------------------------
 
-TSRVSTEditor::TSRVSTEditor(TSRVSTHost& Host) : FHost(Host) {
+namespace {
+
+// A VST 2 host as the editor object's target.
+class TVST2EditorTarget final : public TSREditorTarget {
+ public:
+  explicit TVST2EditorTarget(TSRVSTHost& Host) : FHost(Host) {}
+  bool EditorAvailable() override {
+    return FHost.Open() && FHost.GetEffectFlags().Contains(TEffFlag::effFlagsHasEditor);
+  }
+  bool EditorSize(int32_t& Width, int32_t& Height) override {
+    TERect R{};
+    if (!FHost.GetEditorRectangle(R) || R.Right <= R.Left || R.Bottom <= R.Top) return false;
+    Width = R.Right - R.Left;
+    Height = R.Bottom - R.Top;
+    return true;
+  }
+  bool EditorOpen(Platform::TNativeWindow Parent) override { return FHost.EditOpen(Parent); }
+  void EditorClose() override { FHost.EditClose(); }
+  void EditorIdle() override { FHost.EditIdle(); }
+  void EditorActivate(bool Active) override {
+    if (Active)
+      FHost.EditActivate();
+    else
+      FHost.EditDeactivate();
+  }
+  void EditorMoveTo(int32_t X, int32_t Y) override { FHost.VstDispatch(effSetViewPosition, X, Y, nullptr, 0.0f); }
+  std::string EditorCaption() override {
+    std::string Caption = FHost.GetEffectName();
+    return Caption.empty() ? FHost.GetProductString() : Caption;
+  }
+  void EditorError(const std::string& Text) override { FHost.Error(Text, -1); }
+  void EditorWarning(const std::string& Text) override { FHost.Warning(Text, -1); }
+
+ private:
+  TSRVSTHost& FHost;
+};
+
+}  // namespace
+
+TSRVSTEditor::TSRVSTEditor(TSRVSTHost& Host)
+    : FVST2Host(&Host), FOwnTarget(std::make_unique<TVST2EditorTarget>(Host)), FTarget(FOwnTarget.get()) {
+  FTimer.SetInterval(50);
+  FTimer.OnTimer = [this](TWBTimer&) { Tick(); };
+}
+
+TSRVSTEditor::TSRVSTEditor(TSREditorTarget& Target) : FTarget(&Target) {
   FTimer.SetInterval(50);
   FTimer.OnTimer = [this](TWBTimer&) { Tick(); };
 }
@@ -91,25 +136,25 @@ TSRVSTEditor::~TSRVSTEditor() {
 void TSRVSTEditor::SetIdleInterval(uint32_t Milliseconds) { FTimer.SetInterval(Milliseconds); }
 uint32_t TSRVSTEditor::GetIdleInterval() const { return FTimer.GetInterval(); }
 
-bool TSRVSTEditor::GetAvailable() {
-  return FHost.Open() && FHost.GetEffectFlags().Contains(TEffFlag::effFlagsHasEditor);
-}
+bool TSRVSTEditor::GetAvailable() { return FTarget->EditorAvailable(); }
 
-bool TSRVSTEditor::GetRectangle(TERect& Rect) { return FHost.GetEditorRectangle(Rect); }
-
-bool TSRVSTEditor::EditorSize(int32_t& Width, int32_t& Height) {
-  TERect R{};
-  if (!GetRectangle(R) || R.Right <= R.Left || R.Bottom <= R.Top) return false;
-  Width = R.Right - R.Left;
-  Height = R.Bottom - R.Top;
+bool TSRVSTEditor::GetRectangle(TERect& Rect) {
+  if (FVST2Host) return FVST2Host->GetEditorRectangle(Rect);
+  int32_t Width = 0, Height = 0;
+  if (!FTarget->EditorSize(Width, Height)) return false;
+  Rect = TERect{0, 0, static_cast<int16_t>(Height), static_cast<int16_t>(Width)};
   return true;
 }
 
 bool TSRVSTEditor::CanShow() {
-  if (FShown || !GetAvailable()) return false;
+  if (FShown) return false;
+  if (!GetAvailable()) {
+    FTarget->EditorUnavailable();
+    return false;
+  }
   std::string Why;
   if (!Platform::WindowSystemAvailable(Why)) {
-    FHost.Error("Can't show the editor: " + Why, -1);
+    FTarget->EditorError("Can't show the editor: " + Why);
     return false;
   }
   return true;
@@ -134,18 +179,18 @@ void TSRVSTEditor::ShowIn(Platform::TNativeWindow Parent, bool Placed, int32_t X
   if (Placed) {
     // A child window at X, Y holds the editor, sized from its rectangle.
     int32_t Width = kDefaultFormWidth, Height = kDefaultFormHeight;
-    EditorSize(Width, Height);
+    FTarget->EditorSize(Width, Height);
     std::string Why;
     FPlaced = Platform::TPlatformWindow::CreateChild(Parent, X, Y, Width, Height, Why);
     if (!FPlaced) {
-      FHost.Error("Can't show the editor: " + Why, -1);
+      FTarget->EditorError("Can't show the editor: " + Why);
       return;
     }
     Target = FPlaced->GetHandle();
   }
-  FHost.EditOpen(Target);
+  FTarget->EditorOpen(Target);
   int32_t Width = 0, Height = 0;
-  if (FPlaced && EditorSize(Width, Height)) FPlaced->SetClientSize(Width, Height);
+  if (FPlaced && FTarget->EditorSize(Width, Height)) FPlaced->SetClientSize(Width, Height);
   FParent = Target;
   Shown();
 }
@@ -153,29 +198,24 @@ void TSRVSTEditor::ShowIn(Platform::TNativeWindow Parent, bool Placed, int32_t X
 void TSRVSTEditor::Show() {
   if (!CanShow()) return;
   if (!FForm) {
-    std::string Caption = FHost.GetEffectName();
-    if (Caption.empty()) Caption = FHost.GetProductString();
+    const std::string Caption = FTarget->EditorCaption();
     std::string Why;
     FForm = Platform::TPlatformWindow::CreateTopLevel(Caption, kDefaultFormWidth, kDefaultFormHeight,
                                                       Platform::TWindowBorder::Sizeable, Why);
     if (!FForm) {
-      FHost.Error("Can't show the editor: " + Why, -1);
+      FTarget->EditorError("Can't show the editor: " + Why);
       return;
     }
     FHasForm = true;
     FForm->OnCloseRequest = [this] { FormClose(); };
     FForm->OnActivate = [this](bool Active) {
-      if (!FShown) return;
-      if (Active)
-        FHost.EditActivate();
-      else
-        FHost.EditDeactivate();
+      if (FShown) FTarget->EditorActivate(Active);
     };
   }
-  FHost.EditOpen(FForm->GetHandle());
+  FTarget->EditorOpen(FForm->GetHandle());
   // Most editors know their size only once they are open.
   int32_t Width = 0, Height = 0;
-  if (EditorSize(Width, Height)) FForm->SetClientSize(Width, Height);
+  if (FTarget->EditorSize(Width, Height)) FForm->SetClientSize(Width, Height);
   FForm->SetVisible(true);
   FParent = FForm->GetHandle();
   Shown();
@@ -197,7 +237,7 @@ void TSRVSTEditor::Shown() {
 void TSRVSTEditor::Hide() {
   if (!FShown) return;
   FTimer.SetEnabled(false);
-  FHost.EditClose();
+  FTarget->EditorClose();
   FShown = false;
   FParent = nullptr;
   FPlaced.reset();
@@ -208,20 +248,24 @@ void TSRVSTEditor::Hide() {
 void TSRVSTEditor::FormClose() { Hide(); }
 
 void TSRVSTEditor::MoveTo(int32_t X, int32_t Y) {
-  if (FShown) FHost.VstDispatch(effSetViewPosition, X, Y, nullptr, 0.0f);
+  if (FShown) FTarget->EditorMoveTo(X, Y);
 }
 
 void TSRVSTEditor::Activate() {
-  if (FShown) FHost.EditActivate();
+  if (FShown) FTarget->EditorActivate(true);
 }
 
 void TSRVSTEditor::Deactivate() {
-  if (FShown) FHost.EditDeactivate();
+  if (FShown) FTarget->EditorActivate(false);
+}
+
+void TSRVSTEditor::Idle() {
+  if (FShown) Tick();
 }
 
 void TSRVSTEditor::Tick() {
   Platform::DispatchWindowEvents();
-  FHost.EditIdle();
+  FTarget->EditorIdle();
 }
 
 void TSRVSTEditor::SizeForm(int32_t Width, int32_t Height) {
@@ -237,7 +281,7 @@ void TSRVSTEditor::OpenWindow(TVstWindow* Record) {
   std::string Why;
   auto Window = Platform::TPlatformWindow::CreateTopLevel(Title, Record->Width, Record->Height, Border, Why);
   if (!Window) {
-    FHost.Warning("Can't open the plug-in's window: " + Why, -1);
+    FTarget->EditorWarning("Can't open the plug-in's window: " + Why);
     return;
   }
   Window->SetPosition(Record->xPos, Record->yPos);

@@ -21,6 +21,9 @@
 //  4. The idle timer starts.
 // Hiding closes the editor (effEditClose) and releases the own form or the
 // child window; closing the own form does the same.
+//
+// The window logic serves any host through TSREditorTarget: TSRVSTHost's
+// plug-in editor (the steps above) and TSRVST3Host's editor view alike.
 #pragma once
 
 #include <atomic>
@@ -38,16 +41,42 @@ namespace Quorvel {
 
 class TSRVSTHost;
 
+// What the editor object asks of a host, all [main thread].
+class TSREditorTarget {
+ public:
+  virtual ~TSREditorTarget() = default;
+  // The plug-in has an editor; opens the host when needed.
+  virtual bool EditorAvailable() = 0;
+  // The editor's size as the plug-in answers it; false when it does not.
+  virtual bool EditorSize(int32_t& Width, int32_t& Height) = 0;
+  // Opens the editor into a native window; false when the plug-in refuses.
+  virtual bool EditorOpen(Platform::TNativeWindow Parent) = 0;
+  virtual void EditorClose() = 0;
+  // Called by the idle timer while the editor is shown.
+  virtual void EditorIdle() = 0;
+  virtual void EditorActivate(bool Active) = 0;
+  virtual void EditorMoveTo(int32_t X, int32_t Y) = 0;
+  // The own form's caption.
+  virtual std::string EditorCaption() = 0;
+  virtual void EditorError(const std::string& Text) = 0;
+  virtual void EditorWarning(const std::string& Text) = 0;
+  // Show found no editor (EditorAvailable false): a host reports it or not.
+  virtual void EditorUnavailable() {}
+};
+
 class TSRVSTEditor {
  public:
   explicit TSRVSTEditor(TSRVSTHost& Host);
+  // The editor of another host; Target outlives the editor object.
+  explicit TSRVSTEditor(TSREditorTarget& Target);
   ~TSRVSTEditor();
   TSRVSTEditor(const TSRVSTEditor&) = delete;
   TSRVSTEditor& operator=(const TSRVSTEditor&) = delete;
 
   // The plug-in has an editor (effFlagsHasEditor); opens the host when needed.
   bool GetAvailable();
-  // The editor rectangle as the plug-in answers it; false when it does not.
+  // The editor rectangle as the plug-in answers it (another host's editor:
+  // its size at 0, 0); false when it does not.
   bool GetRectangle(TERect& Rect);
 
   void Show(Platform::TNativeWindow ParentHandle);
@@ -70,6 +99,9 @@ class TSRVSTEditor {
   Platform::TPlatformWindow* GetForm() const { return FForm.get(); }
   // The window the editor was opened into (nullptr when not shown).
   Platform::TNativeWindow GetEditorParent() const { return FParent; }
+  // One idle step now, as the timer takes it while shown: the window
+  // system's events, then the host's idle call.
+  void Idle();
   // Milliseconds between idle calls while shown (default 50).
   void SetIdleInterval(uint32_t Milliseconds);
   uint32_t GetIdleInterval() const;
@@ -95,9 +127,10 @@ class TSRVSTEditor {
   void Shown();
   void FormClose();  // OnFormClose: closes the editor, releases the form
   void Tick();
-  bool EditorSize(int32_t& Width, int32_t& Height);
 
-  TSRVSTHost& FHost;
+  TSRVSTHost* FVST2Host = nullptr;
+  std::unique_ptr<TSREditorTarget> FOwnTarget;  // a VST 2 host's
+  TSREditorTarget* FTarget;
   bool FShown = false;
   Platform::TNativeWindow FParent = nullptr;
   std::unique_ptr<Platform::TPlatformWindow> FForm;   // the own form

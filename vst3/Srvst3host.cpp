@@ -438,6 +438,7 @@ void TSRVST3Host::Close() {
   FState.Opened = false;
   FState.ComponentCreated = false;
   FClassInfos.Clear();
+  HideEditor();
   FView.Clear();
   FParameters.clear();
   if (FController) {

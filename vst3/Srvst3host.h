@@ -52,6 +52,9 @@
 namespace Quorvel {
 
 class TSRVST3Host;
+// The editor object (vst2/Srvsthosteditor.h) and what it asks of a host.
+class TSRVSTEditor;
+class TSREditorTarget;
 
 // The factory's flags, member N for the published flag listed at N.
 enum class TSRVST3FactoryFlag {
@@ -348,6 +351,26 @@ class TSRVST3Host : public TSRBasicMultiInput {
   // reports "Can't load VST3 preset file.".
   void LoadPreset(const std::string& FileName);
   void LoadPreset(TWBStream& Stream);
+
+  // ---- the editor view [main thread] ----
+  // The editor object, made on first use: it shows the controller's view
+  // the way it shows a VST 2 editor. Showing attaches the view to the window
+  // (platform type "HWND" on Windows, "X11EmbedWindowID" elsewhere) after
+  // giving it the host's frame, sized from getSize; hiding removes it.
+  // The frame honours the view's resize requests by resizing the own form
+  // and answering onSize, and offers the run loop X11 views need: their
+  // descriptors and timers are served by the editor's idle timer. A module
+  // without a view reports "Can't show the editor: the plug-in has no
+  // editor view." when shown. Close hides the editor first.
+  TSRVSTEditor& GetEditor();
+  // Whether the view is attached to a window now.
+  bool GetViewAttached() const;
+
+ private:
+  void HideEditor();
+  // Shared pointers: their deleters are made where the types are complete.
+  std::shared_ptr<TSREditorTarget> FEditorTarget;  // before FEditor: it outlives it
+  std::shared_ptr<TSRVSTEditor> FEditor;
 };
 
 namespace Srvst3host {

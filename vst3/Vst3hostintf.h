@@ -338,6 +338,9 @@ constexpr TGUID IID_IUnitHandler = MakeVST3UID(0x4B5147F8, 0x4654486B, 0x8DAB30B
 constexpr TGUID IID_IUnitInfo = MakeVST3UID(0x3D4BD6B5, 0x913A4FD2, 0xA886E768, 0xA5EB92C1);
 constexpr TGUID IID_IProgramListData = MakeVST3UID(0x8683B01F, 0x7B354F70, 0xA2651DEC, 0x353AF4FF);
 constexpr TGUID IID_IUnitData = MakeVST3UID(0x6C389611, 0xD391455D, 0xB870B833, 0x94A0EFDD);
+constexpr TGUID IID_IEventHandler = MakeVST3UID(0x561E65C9, 0x13A0496F, 0x813A2C35, 0x654D7983);
+constexpr TGUID IID_ITimerHandler = MakeVST3UID(0x10BDD94F, 0x41424774, 0x821FAD8F, 0xECA72CA9);
+constexpr TGUID IID_IRunLoop = MakeVST3UID(0x18C35366, 0x97764F1A, 0x9C5B8385, 0x7A871389);
 
 
 class IFUnknown {
@@ -405,6 +408,34 @@ class IPlugFrame : public IFUnknown {
  public:
   static const TGUID& iid() { return IID_IPlugFrame; }
   virtual TResult resizeView(IPlugView* View, TViewRect* NewSize) = 0;
+};
+
+// Editor view platform types (IPlugView::attached).
+constexpr const char* kPlatformTypeHWND = "HWND";
+constexpr const char* kPlatformTypeX11EmbedWindowID = "X11EmbedWindowID";
+
+// The run loop a host offers through its plug frame where the window system
+// has none of its own (X11): a plug-in registers a descriptor to be told
+// when it is readable, and timers.
+class IEventHandler : public IFUnknown {
+ public:
+  static const TGUID& iid() { return IID_IEventHandler; }
+  virtual void onFDIsSet(int FileDescriptor) = 0;
+};
+
+class ITimerHandler : public IFUnknown {
+ public:
+  static const TGUID& iid() { return IID_ITimerHandler; }
+  virtual void onTimer() = 0;
+};
+
+class IRunLoop : public IFUnknown {
+ public:
+  static const TGUID& iid() { return IID_IRunLoop; }
+  virtual TResult registerEventHandler(IEventHandler* Handler, int FileDescriptor) = 0;
+  virtual TResult unregisterEventHandler(IEventHandler* Handler) = 0;
+  virtual TResult registerTimer(ITimerHandler* Handler, uint64_t Milliseconds) = 0;
+  virtual TResult unregisterTimer(ITimerHandler* Handler) = 0;
 };
 
 class IAttributeList : public IFUnknown {

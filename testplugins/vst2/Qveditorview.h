@@ -20,5 +20,7 @@ void PaintEditorView(TEditorView* View, const uint32_t* Colours, int32_t Count);
 bool ProcessEditorViewEvents(TEditorView* View);
 void ResizeEditorView(TEditorView* View, int32_t Width, int32_t Height);
 void MoveEditorView(TEditorView* View, int32_t X, int32_t Y);
+// The descriptor of the view's own window-system connection (X11), or -1.
+int EditorViewDescriptor(TEditorView* View);
 
 }  // namespace Quorvel::Qvtestplugin

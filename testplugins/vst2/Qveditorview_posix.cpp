@@ -107,4 +107,6 @@ void MoveEditorView(TEditorView* View, int32_t X, int32_t Y) {
   XSync(View->Connection, False);
 }
 
+int EditorViewDescriptor(TEditorView* View) { return ConnectionNumber(View->Connection); }
+
 }  // namespace Quorvel::Qvtestplugin

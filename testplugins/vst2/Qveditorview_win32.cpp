@@ -107,4 +107,6 @@ void MoveEditorView(TEditorView* View, int32_t X, int32_t Y) {
   SetWindowPos(View->Handle, nullptr, X, Y, 0, 0, SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
 }
 
+int EditorViewDescriptor(TEditorView*) { return -1; }
+
 }  // namespace Quorvel::Qvtestplugin

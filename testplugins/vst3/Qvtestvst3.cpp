@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "testplugins/vst2/Qveditorview.h"
 #include "testplugins/vst3/Qvtestvst3.h"
 
 #ifdef _WIN32
@@ -58,6 +59,8 @@ std::atomic<int32_t> GFailCode{Platform::kVst3InternalError};
 TProcessRecord GProcessRecords[kProcessRecordCapacity];
 std::atomic<int32_t> GProcessCalls{0};
 std::atomic<int32_t> GHostReferences{0};
+// The rectangle the view asks for (under GLock).
+TViewRect GResizeRect{0, 0, kResizedViewWidth, kResizedViewHeight};
 
 void Record(const std::string& Line) {
   std::lock_guard<std::mutex> G(GLock);
@@ -114,6 +117,16 @@ void ApplyOptions(const char* Options) {
     }
     if (Item.rfind("gain=", 0) == 0) GGain = std::strtod(Item.c_str() + 5, nullptr);
     if (Item == "map=swap") GSwap = true;
+    if (Item.rfind("viewresize=", 0) == 0) {
+      long V[4] = {0, 0, 0, 0};
+      const char* P = Item.c_str() + 11;
+      for (long& X : V) {
+        char* End = nullptr;
+        X = std::strtol(P, &End, 10);
+        P = *End == ':' ? End + 1 : End;
+      }
+      GResizeRect = TViewRect{int32_t(V[0]), int32_t(V[1]), int32_t(V[2]), int32_t(V[3])};
+    }
     Start = End + 1;
   }
 }
@@ -190,15 +203,28 @@ std::string InterfaceName(const TGUID& IID) {
 
 // ---- the plug-in objects ---------------------------------------------------------
 
-// The controller's editor view: it only records its end.
-class TView final : public IPlugView {
+// The controller's editor view: a window of its own inside the host's that
+// paints kViewColours, served on X11 through the host's run loop (its
+// connection's descriptor). It records what the host asks of it.
+class TView;
+std::atomic<TView*> GAttachedView{nullptr};
+
+#ifdef _WIN32
+constexpr const char* kOwnPlatformType = kPlatformTypeHWND;
+#else
+constexpr const char* kOwnPlatformType = kPlatformTypeX11EmbedWindowID;
+#endif
+
+class TView final : public IPlugView, public IEventHandler {
  public:
   explicit TView(std::string Role) : FRole(std::move(Role)) { ++GLive; }
   TView(const TView&) = delete;
   TView& operator=(const TView&) = delete;
   TResult queryInterface(const TGUID& IID, void** Obj) override {
     if (!Obj) return kInvalidArgument;
-    *Obj = IID == IID_IFUnknown || IID == IID_IPlugView ? this : nullptr;
+    *Obj = nullptr;
+    if (IID == IID_IFUnknown || IID == IID_IPlugView) *Obj = static_cast<IPlugView*>(this);
+    if (IID == IID_IEventHandler) *Obj = static_cast<IEventHandler*>(this);
     if (!*Obj) return kNoInterface;
     addRef();
     return kOk;
@@ -209,30 +235,100 @@ class TView final : public IPlugView {
     if (Left == 0) delete this;
     return Left;
   }
-  TResult isPlatformTypeSupported(TFIDString) override { return kFalse; }
-  TResult attached(void*, TFIDString) override { return kFalse; }
-  TResult removed() override { return kOk; }
+  TResult isPlatformTypeSupported(TFIDString Type) override {
+    Record(FRole + ".view isPlatformTypeSupported " + (Type ? Type : "(null)"));
+    return Type && std::strcmp(Type, kOwnPlatformType) == 0 ? kOk : kFalse;
+  }
+  TResult attached(void* Parent, TFIDString Type) override {
+    Record(FRole + ".view attached " + (Type ? Type : "(null)"));
+    if (FWindow || !Parent || !Type || std::strcmp(Type, kOwnPlatformType) != 0) return kFalse;
+    FWindow = Qvtestplugin::OpenEditorView(Parent, FWidth, FHeight);
+    if (!FWindow) return kFalse;
+    Qvtestplugin::PaintEditorView(FWindow, kViewColours, kViewBlocks);
+    const int Descriptor = Qvtestplugin::EditorViewDescriptor(FWindow);
+    if (FRunLoop && Descriptor >= 0) FRunLoop->registerEventHandler(this, Descriptor);
+    GAttachedView = this;
+    return kOk;
+  }
+  TResult removed() override {
+    Record(FRole + ".view removed");
+    if (!FWindow) return kFalse;
+    if (FRunLoop) FRunLoop->unregisterEventHandler(this);
+    Qvtestplugin::CloseEditorView(FWindow);
+    FWindow = nullptr;
+    GAttachedView = nullptr;
+    return kOk;
+  }
   TResult onWheel(float) override { return kFalse; }
   TResult onKeyDown(char16, int16_t, int16_t) override { return kFalse; }
   TResult onKeyUp(char16, int16_t, int16_t) override { return kFalse; }
   TResult getSize(TViewRect* Size) override {
+    Record(FRole + ".view getSize");
     if (!Size) return kInvalidArgument;
-    *Size = TViewRect{0, 0, 320, 200};
+    *Size = TViewRect{0, 0, FWidth, FHeight};
     return kOk;
   }
-  TResult onSize(TViewRect*) override { return kOk; }
-  TResult onFocus(TBool) override { return kOk; }
-  TResult setFrame(IPlugFrame*) override { return kOk; }
-  TResult canResize() override { return kFalse; }
+  TResult onSize(TViewRect* NewSize) override {
+    if (!NewSize) return kInvalidArgument;
+    Record(FRole + ".view onSize " + std::to_string(NewSize->GetWidth()) + "x" + std::to_string(NewSize->GetHeight()));
+    FWidth = NewSize->GetWidth();
+    FHeight = NewSize->GetHeight();
+    if (FWindow) Qvtestplugin::ResizeEditorView(FWindow, FWidth, FHeight);
+    return kOk;
+  }
+  TResult onFocus(TBool State) override {
+    Record(FRole + ".view onFocus " + std::to_string(State));
+    return kOk;
+  }
+  TResult setFrame(IPlugFrame* Frame) override {
+    Record(FRole + ".view setFrame " + (Frame ? "set" : "null"));
+    if (FRunLoop) FRunLoop->release();
+    FRunLoop = nullptr;
+    if (FFrame) FFrame->release();
+    FFrame = Frame;
+    if (!Frame) return kOk;
+    Frame->addRef();
+    void* Obj = nullptr;
+    if (Frame->queryInterface(IID_IRunLoop, &Obj) == kOk) FRunLoop = static_cast<IRunLoop*>(Obj);
+    return kOk;
+  }
+  TResult canResize() override { return kOk; }
   TResult checkSizeConstraint(TViewRect*) override { return kOk; }
+
+  // IEventHandler: the connection has events; an exposed window is painted.
+  void onFDIsSet(int) override {
+    if (FWindow && Qvtestplugin::ProcessEditorViewEvents(FWindow))
+      Qvtestplugin::PaintEditorView(FWindow, kViewColours, kViewBlocks);
+  }
+
+  // Asks the frame for the resized view.
+  void RequestResize() {
+    TViewRect Size{};
+    {
+      std::lock_guard<std::mutex> G(GLock);
+      Size = GResizeRect;
+    }
+    const int64_t Width = int64_t(Size.right) - Size.left, Height = int64_t(Size.bottom) - Size.top;
+    const TResult R = FFrame ? FFrame->resizeView(this, &Size) : kFalse;
+    Record(FRole + ".view resizeView " + std::to_string(Width) + "x" + std::to_string(Height) +
+           (R == kOk ? " ok" : " refused"));
+  }
 
  private:
   ~TView() {
+    if (FWindow) Qvtestplugin::CloseEditorView(FWindow);
+    if (GAttachedView == this) GAttachedView = nullptr;
+    if (FRunLoop) FRunLoop->release();
+    if (FFrame) FFrame->release();
     Record(FRole + ".view released");
     --GLive;
   }
   std::string FRole;
   std::atomic<uint32_t> FRefs{1};
+  int32_t FWidth = kViewWidth, FHeight = kViewHeight;
+  Qvtestplugin::TEditorView* FWindow = nullptr;
+  IPlugFrame* FFrame = nullptr;
+  IRunLoop* FRunLoop = nullptr;
 };
 
 enum class TKind { Effect, Controller, Single, Alone };
@@ -452,6 +548,7 @@ class TPlugObject final : public IComponent,
     if (ID == kGainID) FGain = Value;
     else if (ID == kModeID) FMode = Value;
     else return kInvalidArgument;
+    if (ID == kModeID && GAttachedView) GAttachedView.load()->RequestResize();
     return kOk;
   }
   TResult setComponentHandler(IComponentHandler* Handler) override {
@@ -726,6 +823,7 @@ QV_EXPORT void QvTest3Reset() {
   GOutputBuses = {2};
   GGain = 1.0;
   GSwap = false;
+  GResizeRect = TViewRect{0, 0, kResizedViewWidth, kResizedViewHeight};
   GProcessCalls = 0;
 }
 

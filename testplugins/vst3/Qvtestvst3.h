@@ -25,6 +25,8 @@
 //   gain=<x>      what process multiplies by (default 1)
 //   map=swap      output channel c takes input channel n-1-c of its bus
 //                 (default: channel c)
+//   viewresize=<left>:<top>:<right>:<bottom>  the rectangle the editor view
+//                 asks its frame for (default 0:0:kResizedViewWidth:kResizedViewHeight)
 //
 // Processing: output bus o comes from input bus o (silence when there is no
 // such bus or channel), in 32 or 64 bits as the process data says. Each call
@@ -69,6 +71,16 @@ constexpr int32_t kControllerStateBytes = 16;
 constexpr const char* kHelloMessage = "QvHello";
 constexpr const char* kHelloAttribute = "Answer";
 constexpr int64_t kHelloValue = 42;
+
+// The controller's editor view: its size, the colour blocks it paints
+// (0x00RRGGBB, left to right across its width), and the size it asks its
+// frame for once the Mode parameter is set while it is attached.
+constexpr int32_t kViewWidth = 320;
+constexpr int32_t kViewHeight = 200;
+constexpr int32_t kViewBlocks = 4;
+constexpr uint32_t kViewColours[kViewBlocks] = {0xC03020, 0x20A040, 0x3050D0, 0xE0C040};
+constexpr int32_t kResizedViewWidth = 400;
+constexpr int32_t kResizedViewHeight = 240;
 
 constexpr const char* kOptionsVariable = "QVTEST_VST3_OPTIONS";
 
