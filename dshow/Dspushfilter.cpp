@@ -1,6 +1,7 @@
 #include "dshow/Dspushfilter.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <new>
 
@@ -144,7 +145,10 @@ bool IsComplete(const AM_MEDIA_TYPE& T) {
 
 TDSPushPin::TDSPushPin(TDSPushFilter& Filter, std::wstring Name) : FFilter(Filter), FName(std::move(Name)) {}
 
-TDSPushPin::~TDSPushPin() { ReleaseConnection(); }
+TDSPushPin::~TDSPushPin() {
+  JoinEndOfStream();
+  ReleaseConnection();
+}
 
 HRESULT TDSPushPin::QueryInterface(REFIID Iid, void** Out) noexcept {
   if (!Out) return E_POINTER;
@@ -381,15 +385,45 @@ HRESULT TDSPushPin::Deliver(const BYTE* Data, size_t Size, REFERENCE_TIME Start,
   return S_OK;
 }
 
-HRESULT TDSPushPin::DeliverEndOfStream() noexcept {
+HRESULT TDSPushPin::DeliverEndOfStream(uint32_t TimeoutMs) noexcept {
   TComPtr<IPin> Peer;
   {
     std::lock_guard<std::recursive_mutex> G(FLock);
     Peer = FConnected;
   }
   if (!Peer) return VFW_E_NOT_CONNECTED;
-  std::lock_guard<std::mutex> S(FStreamLock);
-  return Peer->EndOfStream();
+  JoinEndOfStream();
+  struct TCall {
+    std::mutex Lock;
+    std::condition_variable Done;
+    bool Finished = false;
+    HRESULT Result = S_OK;
+  };
+  auto Call = std::make_shared<TCall>();
+  try {
+    FEndThread = std::thread([this, Peer, Call]() mutable {
+      HRESULT R;
+      {
+        std::lock_guard<std::mutex> S(FStreamLock);
+        R = Peer->EndOfStream();
+      }
+      Peer.Reset();
+      std::lock_guard<std::mutex> L(Call->Lock);
+      Call->Finished = true;
+      Call->Result = R;
+      Call->Done.notify_all();
+    });
+  } catch (...) {
+    return E_OUTOFMEMORY;
+  }
+  std::unique_lock<std::mutex> L(Call->Lock);
+  if (!Call->Done.wait_for(L, std::chrono::milliseconds(TimeoutMs), [&] { return Call->Finished; }))
+    return VFW_E_TIMEOUT;
+  return Call->Result;
+}
+
+void TDSPushPin::JoinEndOfStream() noexcept {
+  if (FEndThread.joinable()) FEndThread.join();
 }
 
 // ---- filter ----------------------------------------------------------------
@@ -427,6 +461,9 @@ HRESULT TDSPushFilter::Stop() noexcept {
   // The allocator is decommitted before the filter lock is taken, so a
   // delivery waiting for a buffer returns and lets the stop through.
   FPin.Inactive();
+  // Downstream filters stop first, which ends a renderer's wait for the end
+  // of stream: its sender is done or about to be.
+  FPin.JoinEndOfStream();
   std::lock_guard<std::recursive_mutex> G(FLock);
   const FILTER_STATE Old = FState;
   FState = State_Stopped;

@@ -11,7 +11,10 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
+#include <memory>
 #include <mutex>
+#include <thread>
 #include <string>
 
 #include "dshow/Dscom.h"
@@ -58,7 +61,13 @@ class TDSPushPin final : public IPin {
   // connected pin. S_OK, or the first failure (VFW_E_NOT_CONNECTED,
   // VFW_E_NOT_COMMITTED when stopped, the downstream pin's refusal).
   HRESULT Deliver(const BYTE* Data, size_t Size, REFERENCE_TIME Start, REFERENCE_TIME End) noexcept;
-  HRESULT DeliverEndOfStream() noexcept;
+  // The end of stream is sent on a thread of its own and waited for at most
+  // TimeoutMs: a renderer answers once what it holds has played, and one that
+  // never does (Wine's DirectSound renderer on a device whose play position
+  // stops) must not hold the caller. VFW_E_TIMEOUT then; stopping the graph
+  // ends the renderer's wait, and the filter's Stop collects the thread.
+  static constexpr uint32_t kEndOfStreamWaitMs = 10000;
+  HRESULT DeliverEndOfStream(uint32_t TimeoutMs = kEndOfStreamWaitMs) noexcept;
 
  private:
   friend class TDSPushFilter;
@@ -67,6 +76,7 @@ class TDSPushPin final : public IPin {
   void ReleaseConnection();
   HRESULT Active();    // stopped -> paused: commit the allocator
   void Inactive();     // -> stopped: decommit it
+  void JoinEndOfStream() noexcept;
   TDSPushFilter& FFilter;
   std::wstring FName;
   mutable std::recursive_mutex FLock;  // connection state
@@ -77,6 +87,7 @@ class TDSPushPin final : public IPin {
   ALLOCATOR_PROPERTIES FProps{};
   TMediaType FType;
   bool FDiscontinuity = true;
+  std::thread FEndThread;               // the last end of stream's sender
 };
 
 class TDSPushFilter : public IBaseFilter {
