@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <iterator>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,6 +14,7 @@
 #include "platform/Library.h"
 #include "platform/Vst3module.h"
 #include "testplugins/vst3/Qvtestvst3.h"
+#include "tests/vst3/Vst3testmodule.h"
 
 using namespace Quorvel;
 using namespace Quorvel::Vst3hostintf;
@@ -22,75 +22,8 @@ namespace T3 = Quorvel::Qvtestvst3;
 
 namespace {
 
-// The test's own hold on a module: its record, knobs and object counts.
-class TModuleProbe {
- public:
-  explicit TModuleProbe(const std::string& Path) : FPath(Path) {
-    std::string Text;
-    unsigned Code = 0;
-    FModule = Platform::LoadCodeLibrary(Platform::Vst3ModuleLibrary(Path), Text, Code);
-    EXPECT_NE(FModule, nullptr) << Path << ": " << Text;
-    FReset = Get<T3::TResetFunc>(T3::kResetName);
-    FOptions = Get<T3::TSetOptionsFunc>(T3::kSetOptionsName);
-    FCalls = Get<T3::TGetCallsFunc>(T3::kGetCallsName);
-    FThreads = Get<T3::TGetCallThreadsFunc>(T3::kGetCallThreadsName);
-    FLive = Get<T3::TCountFunc>(T3::kLiveObjectsName);
-    FHostRefs = Get<T3::TCountFunc>(T3::kHostReferencesName);
-    Reset();
-  }
-  ~TModuleProbe() { Platform::FreeCodeLibrary(FModule); }
-  void Reset() {
-    if (FReset) FReset();
-  }
-  void Options(const std::string& Text) { FOptions(Text.c_str()); }
-  std::vector<std::string> Calls() const {
-    std::string All(size_t(FCalls(nullptr, 0)) + 1, '\0');
-    FCalls(&All[0], static_cast<int32_t>(All.size()));
-    std::vector<std::string> Lines;
-    std::istringstream In(All.c_str());
-    for (std::string Line; std::getline(In, Line);) Lines.push_back(Line);
-    return Lines;
-  }
-  size_t Count(const std::string& Call) const {
-    size_t N = 0;
-    for (const auto& C : Calls()) N += C == Call;
-    return N;
-  }
-  // The thread of each recorded call, numbered in order of appearance.
-  std::vector<int32_t> CallThreads() const {
-    std::vector<int32_t> T(size_t(FThreads(nullptr, 0)));
-    FThreads(T.data(), static_cast<int32_t>(T.size()));
-    return T;
-  }
-  int32_t LiveObjects() const { return FLive(); }
-  int32_t HostReferences() const { return FHostRefs(); }
-
- private:
-  template <typename F>
-  F Get(const char* Name) {
-    auto P = reinterpret_cast<F>(Platform::GetLibrarySymbol(FModule, Name));
-    EXPECT_NE(P, nullptr) << Name;
-    return P;
-  }
-  std::string FPath;
-  Platform::TModuleHandle FModule = nullptr;
-  T3::TResetFunc FReset = nullptr;
-  T3::TSetOptionsFunc FOptions = nullptr;
-  T3::TGetCallsFunc FCalls = nullptr;
-  T3::TGetCallThreadsFunc FThreads = nullptr;
-  T3::TCountFunc FLive = nullptr;
-  T3::TCountFunc FHostRefs = nullptr;
-};
-
-struct TErrorLog {
-  std::vector<std::pair<std::string, int32_t>> Errors;
-  void Attach(TWBComponent& C) {
-    C.OnError = [this](TWBComponent*, const std::string& Message, int32_t Code, bool& Handled) {
-      Errors.emplace_back(Message, Code);
-      Handled = true;
-    };
-  }
-};
+using TModuleProbe = Testing::TVst3ModuleProbe;
+using TErrorLog = Testing::TVst3ErrorLog;
 
 // The module paths each test runs over: the bundle, and on Windows the flat DLL.
 std::vector<std::string> MainModules() {

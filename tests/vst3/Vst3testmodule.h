@@ -1,5 +1,5 @@
-// The test's own hold on a VST 3 test module, for the audio tests: its
-// record of calls and of process calls, and its knobs. The module is loaded a
+// The test's own hold on a VST 3 test module: its record of calls and of
+// process calls, its knobs and its object counts. The module is loaded a
 // second time with the platform loader so the record outlives the host.
 #pragma once
 
@@ -29,6 +29,9 @@ class TVst3ModuleProbe {
     FOptions = Get<Qvtestvst3::TSetOptionsFunc>(Qvtestvst3::kSetOptionsName);
     FCalls = Get<Qvtestvst3::TGetCallsFunc>(Qvtestvst3::kGetCallsName);
     FProcess = Get<Qvtestvst3::TGetProcessCallsFunc>(Qvtestvst3::kGetProcessCallsName);
+    FThreads = Get<Qvtestvst3::TGetCallThreadsFunc>(Qvtestvst3::kGetCallThreadsName);
+    FLive = Get<Qvtestvst3::TCountFunc>(Qvtestvst3::kLiveObjectsName);
+    FHostRefs = Get<Qvtestvst3::TCountFunc>(Qvtestvst3::kHostReferencesName);
     Reset();
   }
   ~TVst3ModuleProbe() {
@@ -61,6 +64,21 @@ class TVst3ModuleProbe {
       if (C.rfind(Prefix, 0) == 0) Out.push_back(C);
     return Out;
   }
+  // How often exactly Call was recorded.
+  size_t Count(const std::string& Call) const {
+    size_t N = 0;
+    for (const auto& C : Calls()) N += C == Call;
+    return N;
+  }
+  // The thread of each recorded call, numbered in order of appearance.
+  std::vector<int32_t> CallThreads() const {
+    if (!FThreads) return {};
+    std::vector<int32_t> T(size_t(FThreads(nullptr, 0)));
+    FThreads(T.data(), static_cast<int32_t>(T.size()));
+    return T;
+  }
+  int32_t LiveObjects() const { return FLive ? FLive() : -1; }
+  int32_t HostReferences() const { return FHostRefs ? FHostRefs() : -1; }
   std::vector<Qvtestvst3::TProcessRecord> ProcessCalls() const {
     if (!FProcess) return {};
     std::vector<Qvtestvst3::TProcessRecord> R(size_t(FProcess(nullptr, 0)));
@@ -80,6 +98,9 @@ class TVst3ModuleProbe {
   Qvtestvst3::TSetOptionsFunc FOptions = nullptr;
   Qvtestvst3::TGetCallsFunc FCalls = nullptr;
   Qvtestvst3::TGetProcessCallsFunc FProcess = nullptr;
+  Qvtestvst3::TGetCallThreadsFunc FThreads = nullptr;
+  Qvtestvst3::TCountFunc FLive = nullptr;
+  Qvtestvst3::TCountFunc FHostRefs = nullptr;
 };
 
 // Errors a component reported, handled.
