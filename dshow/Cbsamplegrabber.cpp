@@ -16,25 +16,9 @@ namespace {
 const CLSID CLSID_QvSampleGrabber = {0xC1F400A0, 0x3F08, 0x11D3, {0x9F, 0x0B, 0x00, 0x60, 0x08, 0x03, 0x9E, 0x37}};
 
 // The grabber calls BufferCB on the streaming thread with each sample's bytes.
-class TCallback final : public ISampleGrabberCB {
+class TCallback final : public TComObject<ISampleGrabberCB, IID_ISampleGrabberCB> {
  public:
   explicit TCallback(TCBBasicSampleGrabber& Owner) : FOwner(&Owner) {}
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID Iid, void** Out) noexcept override {
-    if (!Out) return E_POINTER;
-    if (Iid != IID_IUnknown && Iid != IID_ISampleGrabberCB) {
-      *Out = nullptr;
-      return E_NOINTERFACE;
-    }
-    *Out = static_cast<ISampleGrabberCB*>(this);
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() noexcept override { return ++FRefs; }
-  ULONG STDMETHODCALLTYPE Release() noexcept override {
-    const ULONG R = --FRefs;
-    if (R == 0) delete this;
-    return R;
-  }
   HRESULT STDMETHODCALLTYPE SampleCB(double, IMediaSample*) noexcept override { return E_NOTIMPL; }
   HRESULT STDMETHODCALLTYPE BufferCB(double Time, BYTE* Buffer, long Length) noexcept override {
     TCBBasicSampleGrabber* Owner = FOwner.load();
@@ -49,7 +33,6 @@ class TCallback final : public ISampleGrabberCB {
   void Detach() { FOwner.store(nullptr); }
 
  private:
-  std::atomic<ULONG> FRefs{1};
   std::atomic<TCBBasicSampleGrabber*> FOwner;
 };
 

@@ -12,11 +12,41 @@
 #include <evcode.h>
 // clang-format on
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <utility>
 
 namespace Quorvel::Dshow {
+
+// An object that offers one COM interface, I (identifier InterfaceID), with
+// its own reference count; the last Release deletes it.
+template <typename I, const IID& InterfaceID>
+class TComObject : public I {
+ public:
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID Iid, void** Out) noexcept override {
+    if (!Out) return E_POINTER;
+    if (Iid != IID_IUnknown && Iid != InterfaceID) {
+      *Out = nullptr;
+      return E_NOINTERFACE;
+    }
+    *Out = static_cast<I*>(this);
+    AddRef();
+    return S_OK;
+  }
+  ULONG STDMETHODCALLTYPE AddRef() noexcept override { return ++FRefs; }
+  ULONG STDMETHODCALLTYPE Release() noexcept override {
+    const ULONG R = --FRefs;
+    if (R == 0) delete this;
+    return R;
+  }
+
+ protected:
+  virtual ~TComObject() = default;
+
+ private:
+  std::atomic<ULONG> FRefs{1};
+};
 
 // A counted reference to a COM interface: Release when let go.
 template <typename T>

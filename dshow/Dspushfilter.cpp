@@ -10,25 +10,9 @@ namespace Quorvel::Dshow {
 namespace {
 
 // Enumerates the filter's single pin.
-class TEnumPins final : public IEnumPins {
+class TEnumPins final : public TComObject<IEnumPins, IID_IEnumPins> {
  public:
   TEnumPins(IPin* Pin, ULONG Position) : FPin(Pin), FPosition(Position) {}
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID Iid, void** Out) noexcept override {
-    if (!Out) return E_POINTER;
-    if (Iid != IID_IUnknown && Iid != IID_IEnumPins) {
-      *Out = nullptr;
-      return E_NOINTERFACE;
-    }
-    *Out = static_cast<IEnumPins*>(this);
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() noexcept override { return ++FRefs; }
-  ULONG STDMETHODCALLTYPE Release() noexcept override {
-    const ULONG R = --FRefs;
-    if (R == 0) delete this;
-    return R;
-  }
   HRESULT STDMETHODCALLTYPE Next(ULONG Count, IPin** Pins, ULONG* Fetched) noexcept override {
     if (!Pins) return E_POINTER;
     if (Count > 1 && !Fetched) return E_INVALIDARG;
@@ -58,32 +42,15 @@ class TEnumPins final : public IEnumPins {
   }
 
  private:
-  std::atomic<ULONG> FRefs{1};
   TComPtr<IPin> FPin;
   ULONG FPosition;
 };
 
 // Enumerates the media types the filter offers, asking it each time.
-class TEnumMediaTypes final : public IEnumMediaTypes {
+class TEnumMediaTypes final : public TComObject<IEnumMediaTypes, IID_IEnumMediaTypes> {
  public:
   // Holds the filter (and with it the pin) for as long as it lives.
   TEnumMediaTypes(TDSPushFilter& Filter, ULONG Position) : FHold(&Filter), FFilter(&Filter), FPosition(Position) {}
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID Iid, void** Out) noexcept override {
-    if (!Out) return E_POINTER;
-    if (Iid != IID_IUnknown && Iid != IID_IEnumMediaTypes) {
-      *Out = nullptr;
-      return E_NOINTERFACE;
-    }
-    *Out = static_cast<IEnumMediaTypes*>(this);
-    AddRef();
-    return S_OK;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() noexcept override { return ++FRefs; }
-  ULONG STDMETHODCALLTYPE Release() noexcept override {
-    const ULONG R = --FRefs;
-    if (R == 0) delete this;
-    return R;
-  }
   HRESULT STDMETHODCALLTYPE Next(ULONG Count, AM_MEDIA_TYPE** Types, ULONG* Fetched) noexcept override {
     if (!Types) return E_POINTER;
     if (Count > 1 && !Fetched) return E_INVALIDARG;
@@ -118,7 +85,6 @@ class TEnumMediaTypes final : public IEnumMediaTypes {
   }
 
  private:
-  std::atomic<ULONG> FRefs{1};
   TComPtr<IBaseFilter> FHold;
   TDSPushFilter* FFilter;
   ULONG FPosition;
